@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file The commands of astrivelle-cli.
+#pragma once
+#include <string>
+#include <vector>
+
+namespace astrivelle::cli {
+
+struct Command {
+    const char* name;
+    const char* summary;
+    int (*run)(const std::vector<std::string>& args);
+};
+
+/// Every command, in the order `--help` lists them.
+const std::vector<Command>& AllCommands();
+
+int RunInfo(const std::vector<std::string>& args);
+int RunFilter(const std::vector<std::string>& args);
+
+} // namespace astrivelle::cli

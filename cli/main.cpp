@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file astrivelle-cli: the command-line front over the engine.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cli/CliCommon.h"
+#include "cli/Commands.h"
+
+namespace astrivelle::cli {
+
+const std::vector<Command>& AllCommands() {
+    static const std::vector<Command> commands = {
+        {"info", "show an image's geometry, statistics and header", RunInfo},
+        {"filter", "apply recorded operators to files and write the results", RunFilter},
+    };
+    return commands;
+}
+
+static void PrintUsage(std::FILE* to) {
+    std::fprintf(to, "usage: astrivelle-cli <command> [options] [files]\n\ncommands:\n");
+    for (const Command& c : AllCommands())
+        std::fprintf(to, "  %-10s %s\n", c.name, c.summary);
+    std::fprintf(to, "\n'astrivelle-cli <command> --help' describes a command.\n"
+                     "Exit status: 0 success, 1 the operation failed, 2 usage error.\n");
+}
+
+} // namespace astrivelle::cli
+
+int main(int argc, char** argv) {
+    using namespace astrivelle::cli;
+    if (argc < 2) {
+        PrintUsage(stderr);
+        return ExitUsage;
+    }
+    const std::string command = argv[1];
+    if (command == "--help" || command == "-h" || command == "help") {
+        PrintUsage(stdout);
+        return ExitOk;
+    }
+    if (command == "--version") {
+        std::printf("astrivelle-cli %s\n", ASTRIVELLE_VERSION);
+        return ExitOk;
+    }
+    std::vector<std::string> args(argv + 2, argv + argc);
+    for (const Command& c : AllCommands())
+        if (command == c.name)
+            return c.run(args);
+    std::fprintf(stderr, "astrivelle-cli: unknown command '%s'\n", command.c_str());
+    PrintUsage(stderr);
+    return ExitUsage;
+}

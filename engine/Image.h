@@ -1,0 +1,291 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file The pixel image: planar float planes on the 0..65535 scale, each channel as a current
+/// and a previous plane, with the statistics, neighbourhood, colour and display helpers that
+/// every operator shares. Operator families declare their members here, grouped, and define
+/// them in their own files under operators/ or the subsystem folders.
+#pragma once
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/FitsHeader.h"
+#include "engine/Levels.h"
+
+namespace astrivelle {
+
+class INotify;
+class IProgress;
+class CDib;
+struct CProcessStructure;
+struct ImageHeader; // the SBIG file attribute record, owned by the SBIG reader
+
+/// Format of the file an image came from or goes to.
+enum ImageFileKind : std::int32_t {
+    KindNone = 0,
+    KindSBIGCompressed = -1,
+    KindSBIG = -2,
+    KindBMP = -3,
+    KindTIFF = -5,
+    KindJPEG = -6,
+    KindFITS = -7,
+};
+
+/// What the planes hold. 5 is not a colour type.
+enum ColorType : std::uint32_t {
+    ColorRGB = 1,
+    ColorRed = 2,
+    ColorGreen = 3,
+    ColorBlue = 4,
+    ColorCyan = 6,
+    ColorMagenta = 7,
+    ColorYellow = 8,
+    ColorGray = 9,
+};
+
+/// Sample type of a file.
+enum PixelDataType : std::uint32_t {
+    Data8 = 1,
+    Data16 = 2,
+    Data32 = 3,
+    DataFloat = 4,
+    DataDouble = 5,
+};
+
+/// True for 1..4 and 6..9.
+bool IsValidColorType(std::uint32_t colorType);
+/// The plane slot of a monochrome colour type: 0 for {2,6,9}, 1 for {3,7}, 2 for {4,8};
+/// -1 for RGB or an invalid type.
+int SlotOfColorType(std::uint32_t colorType);
+/// "RGB" for type 1, "MONO" for every other type.
+const char* ColorModelWord(std::uint32_t colorType);
+
+/// Measures of one channel, valid after ComputeStatistics.
+struct ChannelStats {
+    double max = 0;
+    double min = 0;
+    double mean = 0;
+    std::uint32_t median = 0;
+    double stdDev = 0;
+    double entropy = 0;
+    double entropyRatio = 0;
+};
+
+/// Arguments of Image::Scale.
+struct ScaleParams {
+    bool preserveAspect = true;
+    bool byDimension = false;
+    bool byFactor = false;
+    double uniformFactor = 1.0;
+    double newWidth = 0;
+    double newHeight = 0;
+    double factorX = 1.0;
+    double factorY = 1.0;
+    int resampleType = 2; ///< 1 nearest neighbour, 2 bilinear, 3 bicubic
+    bool commit = false;  ///< last channel: store the new width and height
+};
+
+class Image {
+public:
+    Image();
+    ~Image();
+    Image(const Image&) = delete;
+    Image& operator=(const Image&) = delete;
+
+    // ---- fields -------------------------------------------------------------------------
+    const double pi = 3.1415926535;
+    std::int32_t height = 0;
+    std::int32_t width = 0;
+    std::uint32_t pixelCount = 0;
+    std::uint32_t maxValue = 1;
+    std::int32_t rangeLimit = 65535;
+    std::string description;
+    HeaderList headerCards;
+    std::uint32_t dataType = Data16;
+    std::uint8_t jpegFlags[2] = {0, 0};
+    std::uint16_t jpegQuality = 100;
+    std::shared_ptr<ImageHeader> header;
+    std::uint32_t tiffBitsPerSample = 16;
+    ChannelStats redStats, greenStats, blueStats, valueStats;
+    std::int32_t fileType = KindFITS;
+    std::uint32_t colorType = ColorGray;
+    std::uint32_t colorDetail = 0;
+    float* prevPlane[3] = {nullptr, nullptr, nullptr};
+    float* curPlane[3] = {nullptr, nullptr, nullptr};
+    float** workRows[3] = {nullptr, nullptr, nullptr};
+    std::uint8_t workValid = 0;
+    std::vector<std::uint32_t> histogram;        ///< maxValue + 1 bins once built
+    std::int32_t histogramPeak = 0;
+    std::uint32_t displayHistogram[256] = {};
+    std::uint32_t displayPeak = 0;
+
+    // FITS specifics (see fileio/).
+    bool fitsCompress = false;
+    bool fitsMaximColor = false;
+    double planeSubtractMinimum[3] = {0, 0, 0};
+
+    // Neighbourhood buffers and the results of MeasureNeighbourhood.
+    float* nbhd = nullptr;
+    float* nbhdAlt = nullptr;
+    float* nbhdStar = nullptr;
+    std::uint32_t nbhdRadius = 0;
+    std::int32_t nbhdSide = 1;
+    std::int32_t nbhdCount = 1;
+    std::uint32_t nbhdX = 0, nbhdY = 0;
+    double nbhdMean = 0, nbhdCentroidX = 0, nbhdCentroidY = 0, nbhdMax = 0, nbhdMin = 0;
+    double nbhdAverage = 0;
+    std::uint32_t nbhdMedian = 0;
+    double nbhdStdDev = 0, nbhdEntropy = 0, nbhdEntropyRatio = 0;
+
+    double** accumRows[3] = {nullptr, nullptr, nullptr};
+
+    // ---- geometry and type setters (no allocation) -----------------------------------------
+    void SetGeometry(std::int32_t fileType, std::uint32_t colorType, std::uint32_t colorDetail,
+                     std::int32_t width, std::int32_t height);
+    void SetGeometryFits(std::int32_t fileType, std::uint32_t colorType, std::uint32_t colorDetail,
+                         std::uint32_t dataType, std::int32_t width, std::int32_t height);
+    void SetGeometryTiff(std::int32_t fileType, std::uint32_t colorType, std::uint32_t colorDetail,
+                         std::int32_t width, std::int32_t height, std::uint32_t bitsPerSample);
+    void SetSize(std::int32_t width, std::int32_t height);
+    void GetSize(std::int32_t* width, std::int32_t* height, std::uint32_t* count) const;
+
+    // ---- allocation ----------------------------------------------------------------------
+    /// planeMode 3: all three slots; 1: the slots the colour type demands; else false.
+    bool AllocatePlanes(int planeMode);
+    bool AllocateCurrentPlanes(int planeMode);
+    bool AllocateSlotPlanes(int slot);
+    bool AllocateWorkRows();
+    bool AllocateAccumulators();
+    int NumberOfChannels() const { return colorType == ColorRGB ? 3 : 1; }
+    /// Frees all six planes, sets the size and allocates anew.
+    bool Resize(std::int32_t width, std::int32_t height, int planeMode);
+    void FreePlanes();
+    void FreeSlot(int slot);
+    void FreeWorkRows();
+    void FreeAccumulators();
+    /// The slots that hold data for the colour type, in order.
+    std::vector<int> Slots() const;
+
+    // ---- copying -------------------------------------------------------------------------
+    void CopyPlane(float* dst, const float* src) const;
+    bool CopyFrom(const Image& source, std::int32_t width, std::int32_t height,
+                  std::uint32_t maxValue, std::uint32_t colorType, std::uint32_t colorDetail);
+    bool CopyAllFrom(const Image& source, std::int32_t width, std::int32_t height,
+                     std::uint32_t maxValue, std::uint32_t colorType, std::uint32_t colorDetail);
+    void SaveWork();
+    void RestoreWork();
+    /// Copies a flat plane into the current plane of the colour type's slot.
+    void SetCurrent(const float* plane);
+    bool CopyCurrentToAllSlots(const Image& monoSource);
+    void PlaneToRows(const float* plane, float** rows) const;
+    void RowsToPlane(float* const* rows, float* plane) const;
+    /// Copies a wider source (rows of srcWidth) into a plane of this size, writing 0 where
+    /// x >= srcWidth or y >= srcHeight.
+    void CropRowsToPlane(float* const* rows, std::int32_t srcWidth, std::int32_t srcHeight,
+                         float* plane) const;
+    /// Copies the current planes of the colour type to the previous planes.
+    void CurrentToPrevious();
+    void PreviousToCurrent();
+
+    // ---- pixel access (clamped coordinates) ----------------------------------------------
+    float RedAt(int x, int y) const;
+    float GreenAt(int x, int y) const;
+    float BlueAt(int x, int y) const;
+    int RedLevelAt(int x, int y) const;
+    int GreenLevelAt(int x, int y) const;
+    int BlueLevelAt(int x, int y) const;
+    int LevelAt(const float* plane, int x, int y) const;
+    int ValueAt(const float* r, const float* g, const float* b, int x, int y) const;
+
+    // ---- colour type ---------------------------------------------------------------------
+    bool ConvertColorType(std::uint32_t newType, std::uint32_t newDetail);
+    bool ConvertToComplementary(std::uint32_t newType);
+
+    // ---- measures ------------------------------------------------------------------------
+    void ComputeStatistics();
+    void BuildHistogram(const float* plane);
+    void BuildValueHistogram(const float* r, const float* g, const float* b);
+    void BuildDisplayHistogram(const float* plane);
+    void BuildDisplayValueHistogram(const float* r, const float* g, const float* b);
+
+    // ---- neighbourhood -------------------------------------------------------------------
+    void SetNbhdRadius(std::uint32_t r);
+    void SetNbhdAltRadius(std::uint32_t r);
+    void SetStarShapeRadius(std::uint32_t r);
+    void FillNbhd(const float* plane, int x, int y, int r);
+    void FillNbhdColor(const float* r, const float* g, const float* b, int x, int y, int radius);
+    double MeanOfNbhd() const;
+    double MaxOfNbhd() const;
+    double MinOfNbhd() const;
+    std::uint32_t MedianOfNbhd() const;
+    double StdDevOfNbhd() const;
+    double EntropyOfNbhd() const;
+    double EntropyRatioOfNbhd() const;
+    void CentroidOfNbhd(double* cx, double* cy) const;
+    void MeasureNeighbourhood();
+
+    // ---- small helpers -------------------------------------------------------------------
+    /// Largest of the three, clamped to 0..maxValue.
+    double ValueOf(double r, double g, double b) const;
+    static double ClampValue(double value, double low, double high) {
+        return value < low ? low : (value > high ? high : value);
+    }
+    static double Factorial(int n);
+    static double TriangleArea(double x1, double y1, double x2, double y2, double x3, double y3);
+    double MeanOfPlane(const float* plane) const;
+    double StdDevOfPlane(const float* plane) const;
+    double MaxOfPlane(const float* plane) const;
+    double MinOfPlane(const float* plane) const;
+    double MedianOfPlane(const float* plane) const;
+
+    // ---- resampling ----------------------------------------------------------------------
+    /// In-place resize of one slot's plane pair. On failure `text` holds the reason; the
+    /// "No Scale Needed" case returns false without a message box.
+    bool Scale(const ScaleParams& params, float*& cur, float*& prev, std::string* text,
+               INotify* notify = nullptr);
+
+    // ---- colour conversions (the only ones in the program) ------------------------------
+    static void RgbToHsv(double r, double g, double b, double* h, double* s, double* v);
+    static void HsvToRgb(double h, double s, double v, double* r, double* g, double* b);
+    static void RgbToLab(float r, float g, float b, float* L, float* a, float* bb);
+    static void LabToRgb(float L, float a, float b, float* r, float* g, float* bb);
+
+    // ---- display mapping -----------------------------------------------------------------
+    /// Maps the current planes into a DIB made by CDib (8-bit for mono, 24-bit for RGB).
+    bool FillDib(CDib& dib) const;
+
+    // ---- files (fileio/) -----------------------------------------------------------------
+    bool ReadFile(const std::string& path, const std::string& extension);
+    bool WriteFile(const std::string& path, std::int32_t kind);
+    bool ReadFITS(const std::string& path);
+    bool WriteFITS(const std::string& path, std::int32_t kind);
+    bool WriteFITSFloatPlanes(const std::string& path, const std::string& source);
+
+    // ---- replay (operators/) -------------------------------------------------------------
+    /// Applies one recorded command to this image. `error` receives why it failed.
+    bool ApplyCommand(const CProcessStructure& record, const void* customFilter,
+                      const void* customPsf, IProgress* progressOwner, std::string* error = nullptr);
+
+    // ---- Pixel Math (operators/masks/) ---------------------------------------------------
+    void PixelAdd(bool pending, float* prev, float* cur, double constant, int applyMin,
+                  int applyMax, int feather);
+    void PixelMultiply(bool pending, float* prev, float* cur, double constant, int applyMin,
+                       int applyMax, int feather);
+    void PixelDivide(bool pending, float* prev, float* cur, double constant, int applyMin,
+                     int applyMax, int feather);
+    void PixelMultiplyColor(bool pending, double constant, int applyMin, int applyMax,
+                            int feather);
+    void PixelDivideColor(bool pending, double constant, int applyMin, int applyMax, int feather);
+
+private:
+    std::int32_t workRowCount_ = 0;  ///< rows workRows were made with
+    std::int32_t accumRowCount_ = 0; ///< rows accumRows were made with
+    std::int32_t accumWidth_ = 0;
+    void ComputeChannel(ChannelStats& stats, const float* r, const float* g, const float* b);
+    void FreeNbhd();
+};
+
+/// Small-buffer allocation failure: the message, then the process ends at once.
+[[noreturn]] void SmallBufferFailure();
+
+} // namespace astrivelle

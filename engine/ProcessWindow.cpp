@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file The operator gate, the operator skeleton and the guards of an open image.
+#include "engine/ProcessWindow.h"
+
+#include "engine/OperatorNames.h"
+
+namespace astrivelle {
+
+namespace {
+std::mutex& ImageStateLock() {
+    static std::mutex lock;
+    return lock;
+}
+} // namespace
+
+CProcessWindow::CProcessWindow(INotify* notify) : notify_(notify ? notify : &SilentNotify()) {}
+
+const char* CaptionSuffix(std::uint32_t colorType) {
+    switch (colorType) {
+    case ColorRGB:
+        return " - RGB";
+    case ColorRed:
+        return " - Red";
+    case ColorGreen:
+        return " - Green";
+    case ColorBlue:
+        return " - Blue";
+    case ColorCyan:
+        return " - Cyan";
+    case ColorMagenta:
+        return " - Magenta";
+    case ColorYellow:
+        return " - Yellow";
+    default:
+        return " - Gray";
+    }
+}
+
+std::string CProcessWindow::Caption() const { return title + CaptionSuffix(image.colorType); }
+
+void CProcessWindow::BeginHistory(const std::string& firstOperation) {
+    history.clear();
+    CProcessStructure first;
+    first.operation = firstOperation;
+    first.curImageFile = filePath;
+    history.push_back(first);
+    currentStep = 0;
+    lastOp = firstOperation;
+    pending = false;
+    stepDirty = false;
+}
+
+bool CProcessWindow::BeginOperator(const std::string& name) {
+    currentOp = name;
+    if (WorksInPlace(name) && name == lastOp && pending)
+        image.PreviousToCurrent(); // a repeat starts again from the step's input
+    if (name != lastOp) {
+        pending = false; // the last step is final now
+        notify().SetCaption(Caption());
+    }
+    stepDirty = true;
+    if (!pending) {
+        notify().SetWaitCursor(true);
+        if (!lastOp.empty() && !IsNoReplayName(lastOp) && stepStore)
+            stepStore->SaveStepImage(*this);
+        image.CurrentToPrevious();
+        pending = true;
+        newStep = true;
+        notify().SetCaption(Caption());
+    } else {
+        newStep = false; // this application replaces the pending step
+    }
+    if (replacingStep)
+        newStep = false;
+    lastOp = name;
+    return true;
+}
+
+bool CProcessWindow::RunOperator(const std::string& name, const std::string& parameters,
+                                 const std::function<bool(bool)>& work) {
+    if (!BeginOperator(name))
+        return false;
+    opRunning = true;
+    const std::string keptCaption = Caption();
+    notify().SetCaption("*** Operation In Progress ***");
+    notify().SetWaitCursor(true);
+
+    CProcessStructure local; // default blend values: mode 0, opacity 1, no mask
+    bool blendActive = false;
+    if (!isBlinkImage) {
+        if (newStep) {
+            CProcessStructure record = local;
+            record.prevImageFile = filePath;
+            record.operation = name;
+            record.parameters = parameters;
+            int at = currentStep + 1;
+            if (at > static_cast<int>(history.size()))
+                at = static_cast<int>(history.size());
+            history.insert(history.begin() + at, record);
+            currentStep = at;
+            notify().HistoryChanged();
+        } else if (replacingStep && currentStep + 1 < static_cast<int>(history.size())) {
+            ++currentStep;
+            CProcessStructure& entry = history[currentStep];
+            entry.prevImageFile = filePath;
+            entry.filterFile.clear();
+            entry.operation = name;
+            entry.parameters = parameters;
+            local = entry;
+            blendActive = BlendActive(entry);
+        } else if (currentStep >= 0 && currentStep < static_cast<int>(history.size())) {
+            CProcessStructure& entry = history[currentStep];
+            if (historyView)
+                historyView->BlendValues(&entry);
+            entry.parameters = parameters;
+            local = entry;
+            blendActive = BlendActive(entry);
+        }
+    }
+    replacingStep = false;
+
+    bool ok = work(pending);
+
+    if (ok && blendActive) {
+        const std::string mode = local.applyMask ? "ApplyMask" : "BlendOnly";
+        if (!blender)
+            notify().Message("Blend, opacity and mask are not available in this version.");
+        else if (!blender->Blend(*this, local, mode))
+            notify().Message("No memory for blend or mask mode.");
+    }
+    notify().ImageChanged();
+    opRunning = false;
+    AfterOperator();
+    notify().SetWaitCursor(false);
+    notify().SetCaption(keptCaption);
+    return ok;
+}
+
+void CProcessWindow::AfterOperator() {
+    image.ComputeStatistics();
+    notify().ImageChanged();
+}
+
+bool CheckOperatorGuards(const CProcessWindow& w, std::string* text) {
+    struct Guard {
+        bool holds;
+        const char* text;
+    };
+    const Guard guards[] = {
+        {w.isCombineImagesCombination,
+         "Image Is A Combine Images Combination. Flatten, Copy, Or Duplicate The Image First"},
+        {w.threadBusy, "Operation In Progress"},
+        {w.isCombineLRGBTarget,
+         "Image Is A Combine LRGB, LCMY, HSL Target. Press Done or Duplicate The Image First"},
+        {w.isCombineFrequencyTarget,
+         "Image Is A Combine Frequency Target. Press Done or Duplicate The Image First"},
+        {w.isMixLRGBTarget, "Image Is A Mix LRGB and Hue Combination. Press Release Combination "
+                            "or Duplicate The Image First"},
+        {w.isCombineBayerTarget,
+         "Image Is A Combine Bayer CFA Target. Press Done or Duplicate The Image First"},
+        {w.isImageMathTarget, "Image Is An Image Math Target. Duplicate The Image First"},
+        {w.fileOpBusy, "Image File Operation In Progress"},
+    };
+    for (const Guard& g : guards)
+        if (g.holds) {
+            if (text)
+                *text = g.text;
+            return false;
+        }
+    return true;
+}
+
+void SetBusy(CProcessWindow& window, bool busy) {
+    {
+        std::lock_guard<std::mutex> hold(ImageStateLock());
+        window.threadBusy = busy;
+    }
+    window.notify().ImageChanged();
+}
+
+} // namespace astrivelle

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file The registry: the replay vocabulary joined with the operators that are built.
+#include "operators/Registry.h"
+
+#include "engine/OperatorNames.h"
+#include "operators/Masks.h"
+
+namespace astrivelle {
+
+namespace {
+
+/// Operators whose pixel functions exist; every other name of the vocabulary is listed with
+/// no replay function so that replay can say it is not available.
+std::vector<OperatorDescriptor> BuiltOperators() {
+    return {
+        PixelMathDescriptor(),
+    };
+}
+
+} // namespace
+
+const std::vector<OperatorDescriptor>& OperatorRegistry() {
+    static const std::vector<OperatorDescriptor> registry = [] {
+        std::vector<OperatorDescriptor> built = BuiltOperators();
+        std::vector<OperatorDescriptor> all;
+        for (const std::string& name : ReplayOperatorNames()) {
+            OperatorDescriptor d;
+            d.name = name;
+            for (const OperatorDescriptor& b : built)
+                if (b.name == name)
+                    d = b;
+            all.push_back(d);
+        }
+        return all;
+    }();
+    return registry;
+}
+
+const OperatorDescriptor* FindOperator(const std::string& name) {
+    for (const OperatorDescriptor& d : OperatorRegistry())
+        if (d.name == name)
+            return &d;
+    return nullptr;
+}
+
+} // namespace astrivelle
