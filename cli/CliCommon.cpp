@@ -57,9 +57,13 @@ void CliNotify::Message(const std::string& text, const std::string&) {
 
 CliProgress::CliProgress(bool quiet) : show_(!quiet && isatty(STDERR_FILENO)) {}
 
-CliProgress::~CliProgress() { Finish(); }
+CliProgress::~CliProgress() {
+    Finish();
+}
 
-void CliProgress::SetStatus(const std::string& text) { status_ = text; }
+void CliProgress::SetStatus(const std::string& text) {
+    status_ = text;
+}
 
 void CliProgress::SetProgress(long step, long total) {
     if (!show_ || total <= 0)

@@ -23,8 +23,8 @@ const ChannelStats& StatsOfSlot(const Image& img, int slot) {
 }
 
 const char* ColorName(std::uint32_t t) {
-    static const char* names[] = {"?",    "RGB",     "Red",    "Green", "Blue",
-                                  "?",    "Cyan",    "Magenta", "Yellow", "Gray"};
+    static const char* names[] = {"?", "RGB",  "Red",     "Green",  "Blue",
+                                  "?", "Cyan", "Magenta", "Yellow", "Gray"};
     return t < 10 ? names[t] : "?";
 }
 
@@ -48,12 +48,8 @@ const char* KindName(std::int32_t k) {
 }
 
 const char* DataTypeName(std::uint32_t d) {
-    static const char* names[] = {"?",
-                                  "8-bit integer",
-                                  "16-bit integer",
-                                  "32-bit integer",
-                                  "32-bit float",
-                                  "64-bit float"};
+    static const char* names[] = {
+        "?", "8-bit integer", "16-bit integer", "32-bit integer", "32-bit float", "64-bit float"};
     return d < 6 ? names[d] : "?";
 }
 
@@ -95,8 +91,7 @@ void PrintText(const std::string& path, const Image& img) {
         const ChannelStats& st = StatsOfSlot(img, s);
         std::printf("Channel %d:   max %.6g  min %.6g  mean %.6g  median %u  stdDev %.6g  "
                     "entropy %.6g  entropyRatio %.6g\n",
-                    s, st.max, st.min, st.mean, st.median, st.stdDev, st.entropy,
-                    st.entropyRatio);
+                    s, st.max, st.min, st.mean, st.median, st.stdDev, st.entropy, st.entropyRatio);
     }
     std::printf("Header:\n");
     for (const CFITSHeader& c : img.headerCards) {

@@ -189,6 +189,7 @@ bool Image::Resize(std::int32_t w, std::int32_t h, int planeMode) {
 
 bool Image::AllocateWorkRows() {
     FreeWorkRows();
+    workRowCount_ = height; // so that a failure part-way frees the slots already made
     for (int s : Slots()) {
         workRows[s] = AllocRows(height, width);
         if (!workRows[s]) {
@@ -220,7 +221,8 @@ bool Image::AllocateAccumulators() {
         for (int y = 0; y < height; ++y) {
             array[y] = new (std::nothrow) double[static_cast<size_t>(width)]();
             if (!array[y]) {
-                accumRowCount_ = y;
+                // Rows not yet made are null (the pointer array comes zero-filled), so the
+                // full count frees every slot made so far.
                 FreeAccumulators();
                 return false;
             }

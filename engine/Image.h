@@ -114,7 +114,7 @@ public:
     float* curPlane[3] = {nullptr, nullptr, nullptr};
     float** workRows[3] = {nullptr, nullptr, nullptr};
     std::uint8_t workValid = 0;
-    std::vector<std::uint32_t> histogram;        ///< maxValue + 1 bins once built
+    std::vector<std::uint32_t> histogram; ///< maxValue + 1 bins once built
     std::int32_t histogramPeak = 0;
     std::uint32_t displayHistogram[256] = {};
     std::uint32_t displayPeak = 0;
@@ -264,7 +264,8 @@ public:
     // ---- replay (operators/) -------------------------------------------------------------
     /// Applies one recorded command to this image. `error` receives why it failed.
     bool ApplyCommand(const CProcessStructure& record, const void* customFilter,
-                      const void* customPsf, IProgress* progressOwner, std::string* error = nullptr);
+                      const void* customPsf, IProgress* progressOwner,
+                      std::string* error = nullptr);
 
     // ---- Pixel Math (operators/masks/) ---------------------------------------------------
     void PixelAdd(bool pending, float* prev, float* cur, double constant, int applyMin,
@@ -273,8 +274,7 @@ public:
                        int applyMax, int feather);
     void PixelDivide(bool pending, float* prev, float* cur, double constant, int applyMin,
                      int applyMax, int feather);
-    void PixelMultiplyColor(bool pending, double constant, int applyMin, int applyMax,
-                            int feather);
+    void PixelMultiplyColor(bool pending, double constant, int applyMin, int applyMax, int feather);
     void PixelDivideColor(bool pending, double constant, int applyMin, int applyMax, int feather);
 
 private:

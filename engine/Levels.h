@@ -20,10 +20,16 @@ inline int RoundLevel(double f, int lo, int hi) {
     return i < lo ? lo : (i > hi ? hi : i);
 }
 
-inline int RoundLevel(double f) { return RoundLevel(f, 0, 65535); }
+inline int RoundLevel(double f) {
+    return RoundLevel(f, 0, 65535);
+}
 
-inline double Max2(double a, double b) { return a > b ? a : b; }
-inline double Min2(double a, double b) { return a < b ? a : b; }
+inline double Max2(double a, double b) {
+    return a > b ? a : b;
+}
+inline double Min2(double a, double b) {
+    return a < b ? a : b;
+}
 
 inline void ClampDouble(double* v, double lo, double hi) {
     if (*v < lo)

@@ -78,7 +78,9 @@ const std::vector<std::string>& ReplayOperatorNames() {
     return names;
 }
 
-bool IsReplayOperator(const std::string& name) { return In(ReplayOperatorNames(), name); }
+bool IsReplayOperator(const std::string& name) {
+    return In(ReplayOperatorNames(), name);
+}
 
 bool IsNoReplayName(const std::string& name) {
     static const std::vector<std::string> names = {
@@ -126,15 +128,19 @@ bool WorksInPlace(const std::string& name) {
 }
 
 bool RunsOnWorker(const std::string& name) {
-    static const std::vector<std::string> names = {
-        "Adaptive Richardson-Lucy", "Non-Adaptive Iterative Restoration",
-        "ArcSinH",                  "Digital Development",
-        "Smoothing",                "High Pass",
-        "Frequency Filter",         "Band Suppression",
-        "Background/Highlight Smoothing",
-        "Star Size Reduction/Smoothing",
-        "Feature Mask",             "Distortion Correction",
-        "Suppress Lines"};
+    static const std::vector<std::string> names = {"Adaptive Richardson-Lucy",
+                                                   "Non-Adaptive Iterative Restoration",
+                                                   "ArcSinH",
+                                                   "Digital Development",
+                                                   "Smoothing",
+                                                   "High Pass",
+                                                   "Frequency Filter",
+                                                   "Band Suppression",
+                                                   "Background/Highlight Smoothing",
+                                                   "Star Size Reduction/Smoothing",
+                                                   "Feature Mask",
+                                                   "Distortion Correction",
+                                                   "Suppress Lines"};
     return In(names, name);
 }
 

@@ -28,6 +28,8 @@ std::string FormatText(const char* format, ...) __attribute__((format(printf, 1,
 int WindowSizeRadius(const std::string& value);
 
 /// "Yes" decides; anything else is no.
-inline bool IsYes(const std::string& value) { return value == "Yes"; }
+inline bool IsYes(const std::string& value) {
+    return value == "Yes";
+}
 
 } // namespace astrivelle

@@ -36,7 +36,9 @@ const char* CaptionSuffix(std::uint32_t colorType) {
     }
 }
 
-std::string CProcessWindow::Caption() const { return title + CaptionSuffix(image.colorType); }
+std::string CProcessWindow::Caption() const {
+    return title + CaptionSuffix(image.colorType);
+}
 
 void CProcessWindow::BeginHistory(const std::string& firstOperation) {
     history.clear();

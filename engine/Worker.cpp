@@ -23,7 +23,9 @@ bool ApplyThreadPriority(const std::string& priorityWord) {
     return false;
 }
 
-OperatorWorker::~OperatorWorker() { Join(); }
+OperatorWorker::~OperatorWorker() {
+    Join();
+}
 
 void OperatorWorker::Join() {
     if (thread_.joinable())

@@ -26,8 +26,7 @@ public:
     /// is released and the notifier told. False when a guard refused or the thread could not
     /// be created ("Windows could not create a thread.\n Please save your work, close
     /// Astrivelle, and reboot.").
-    bool Start(CProcessWindow& window, const std::string& priorityWord,
-               std::function<void()> body);
+    bool Start(CProcessWindow& window, const std::string& priorityWord, std::function<void()> body);
 
     /// Waits for the body to finish.
     void Join();

@@ -27,7 +27,7 @@ using RoundTripFunction = bool (*)(const std::string& parameters, std::string* f
 
 struct OperatorDescriptor {
     std::string name;
-    ReplayFunction replay = nullptr;   ///< null: the operator is not built yet
+    ReplayFunction replay = nullptr; ///< null: the operator is not built yet
     RoundTripFunction roundTrip = nullptr;
     std::vector<std::string> examples; ///< typical parameter texts, one per form of the template
     bool changesGeometry = false;

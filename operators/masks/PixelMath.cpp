@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "engine/Image.h"
-#include "engine/ParamText.h"
 #include "engine/Parallel.h"
+#include "engine/ParamText.h"
 #include "operators/Masks.h"
 
 namespace astrivelle {
@@ -39,8 +39,8 @@ void PixelMathPlane(const Image& img, const float* prev, float* cur, const Apply
     const double top = img.maxValue;
     const int w = img.width;
     ParallelRows(img.height, [&](int y0, int y1) {
-        for (std::size_t i = static_cast<std::size_t>(y0) * w;
-             i < static_cast<std::size_t>(y1) * w; ++i) {
+        for (std::size_t i = static_cast<std::size_t>(y0) * w; i < static_cast<std::size_t>(y1) * w;
+             ++i) {
             const double p = prev[i];
             if (range.Outside(p)) {
                 cur[i] = prev[i];
@@ -62,8 +62,8 @@ template <class Op> void PixelMathColor(Image& img, const ApplyRange& range, Op 
     float* pr[3] = {img.prevPlane[0], img.prevPlane[1], img.prevPlane[2]};
     float* cr[3] = {img.curPlane[0], img.curPlane[1], img.curPlane[2]};
     ParallelRows(img.height, [&](int y0, int y1) {
-        for (std::size_t i = static_cast<std::size_t>(y0) * w;
-             i < static_cast<std::size_t>(y1) * w; ++i) {
+        for (std::size_t i = static_cast<std::size_t>(y0) * w; i < static_cast<std::size_t>(y1) * w;
+             ++i) {
             const double v = Max2(pr[0][i], Max2(pr[1][i], pr[2][i]));
             if (range.Outside(v)) {
                 for (int c = 0; c < 3; ++c)
@@ -143,8 +143,8 @@ const char* PixelMathKeyword(PixelMathParams::Op op) {
 std::string FormatPixelMath(const PixelMathParams& p) {
     return FormatText("Operation: %s#Constant: %5.3f#Threshold Min: %d#Threshold Max: %d#"
                       "Feather Range: %d#",
-                      kOperationWords[static_cast<int>(p.op)], p.constant, p.applyMin,
-                      p.applyMax, p.feather);
+                      kOperationWords[static_cast<int>(p.op)], p.constant, p.applyMin, p.applyMax,
+                      p.feather);
 }
 
 bool ParsePixelMath(const std::string& text, PixelMathParams* params, std::string* error) {

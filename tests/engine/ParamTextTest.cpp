@@ -37,12 +37,9 @@ TEST(FieldValue, TakesTrimmedTextBehindFirstColon) {
         const char* value;
     };
     const Case cases[] = {
-        {"Constant: 5.000", true, "5.000"},
-        {"  Black : 12  ", true, "12"},
-        {"Time : 12:30", true, "12:30"},
-        {": 5", false, "keep"}, // colon at position 0
-        {"RGB LEVELS", false, "keep"},
-        {"Label :", true, ""},
+        {"Constant: 5.000", true, "5.000"}, {"  Black : 12  ", true, "12"},
+        {"Time : 12:30", true, "12:30"},    {": 5", false, "keep"}, // colon at position 0
+        {"RGB LEVELS", false, "keep"},      {"Label :", true, ""},
     };
     for (const Case& c : cases) {
         std::string value = "keep";

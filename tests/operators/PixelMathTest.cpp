@@ -27,7 +27,9 @@ double Oracle(double p, char op, double c, int mn, int mx, int f) {
     return std::min(65535.0, std::max(0.0, out));
 }
 
-float* Plane(Image& img) { return img.curPlane[0]; }
+float* Plane(Image& img) {
+    return img.curPlane[0];
+}
 
 } // namespace
 
@@ -37,10 +39,10 @@ TEST(PixelMath, MatchesThePlainRuleOverARamp) {
         double c;
         int mn, mx, f;
     };
-    const Case cases[] = {
-        {'+', 1000, 0, 65535, 0},   {'+', -500, 100, 300, 50}, {'+', 70000, 0, 65535, 0},
-        {'*', 2.5, 1000, 2000, 200}, {'*', 0.0, 0, 65535, 0},  {'/', 3.0, 500, 600, 100},
-        {'/', 0.25, 0, 65535, 20000}};
+    const Case cases[] = {{'+', 1000, 0, 65535, 0},    {'+', -500, 100, 300, 50},
+                          {'+', 70000, 0, 65535, 0},   {'*', 2.5, 1000, 2000, 200},
+                          {'*', 0.0, 0, 65535, 0},     {'/', 3.0, 500, 600, 100},
+                          {'/', 0.25, 0, 65535, 20000}};
     for (const Case& c : cases) {
         Image img;
         MakeImage(img, 257, 255, ColorGray, [](int, int x, int y) { return (y * 257 + x) * 1.0; });

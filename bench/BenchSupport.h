@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file Shared set-up of the benchmarks: big test planes and files made once per run.
+#pragma once
+#include <fitsio.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "engine/Image.h"
+
+namespace astrivelle::bench {
+
+constexpr int kWidth = 6000;
+constexpr int kHeight = 4000;
+
+/// A sky-like plane: gradient, noise and a sprinkling of bright pixels, deterministic.
+inline void FillSky(float* p, int w, int h, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::normal_distribution<float> noise(0.f, 30.f);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            float v = 1500.f + 0.05f * x + 0.03f * y + noise(rng);
+            if ((rng() & 1023) == 0)
+                v += 20000.f;
+            p[static_cast<std::size_t>(y) * w + x] = v < 0 ? 0 : (v > 65535 ? 65535 : v);
+        }
+}
+
+inline std::filesystem::path BenchDir() {
+    auto dir = std::filesystem::temp_directory_path() / "astrivelle-bench";
+    std::filesystem::create_directories(dir);
+    return dir;
+}
+
+/// Writes a 16-bit FITS of the given colour type through our writer, once per run.
+inline std::string MakeFits(const std::string& name, std::uint32_t colorType, bool compress) {
+    std::string path = (BenchDir() / name).string();
+    if (std::filesystem::exists(path))
+        return path;
+    Image img;
+    img.SetGeometryFits(KindFITS, colorType, 0, Data16, kWidth, kHeight);
+    img.AllocateCurrentPlanes(1);
+    for (int s : img.Slots())
+        FillSky(img.curPlane[s], kWidth, kHeight, 7 + s);
+    img.fitsCompress = compress;
+    img.WriteFile(path, KindFITS);
+    return path;
+}
+
+} // namespace astrivelle::bench

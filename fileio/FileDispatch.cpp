@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file Format dispatch: the extension decides how a file is read, the file kind how it is
+/// written. The contents of a file never change the choice.
+#include "fileio/FileDispatch.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "engine/Image.h"
+#include "fileio/FileLock.h"
+
+namespace astrivelle {
+
+namespace {
+
+thread_local std::string lastFileError;
+
+bool OneOf(const std::string& ext, std::initializer_list<std::string_view> list) {
+    return std::find(list.begin(), list.end(), ext) != list.end();
+}
+
+bool NotBuilt(const char* format) {
+    SetLastFileError(std::string(format) + " files are not supported yet");
+    return false;
+}
+
+} // namespace
+
+std::string LastFileError() {
+    return lastFileError;
+}
+void SetLastFileError(const std::string& reason) {
+    lastFileError = reason;
+}
+void ClearLastFileError() {
+    lastFileError.clear();
+}
+
+std::string UpperExtension(const std::string& extension) {
+    std::string upper = extension;
+    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) {
+        return static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
+    });
+    return upper;
+}
+
+bool IsFitsExtension(const std::string& extension) {
+    return OneOf(UpperExtension(extension), {".FIT", ".FTS", ".FITS"});
+}
+
+bool Image::ReadFile(const std::string& path, const std::string& extension) {
+    ImageFileGuard guard;
+    ClearLastFileError();
+    const std::string ext = UpperExtension(extension);
+    if (OneOf(ext, {".TIF", ".TIFF"}))
+        return NotBuilt("TIFF");
+    if (OneOf(ext, {".FIT", ".FTS", ".FITS"}))
+        return ReadFITS(path);
+    if (OneOf(ext, {".JPG", ".JPEG", ".JPE"}))
+        return NotBuilt("JPEG");
+    if (ext == ".BMP")
+        return NotBuilt("BMP");
+    if (OneOf(ext, {".SBIG", ".ST2K", ".ST4K", ".STX", ".ST5", ".ST6", ".ST7", ".ST8", ".ST9",
+                    ".STV", ".255", ".237"}))
+        return NotBuilt("SBIG");
+    SetLastFileError(ext.empty() ? std::string("The file name has no extension")
+                                 : "Unknown image file extension \"" + extension + "\"");
+    return false;
+}
+
+bool Image::WriteFile(const std::string& path, std::int32_t kind) {
+    ImageFileGuard guard;
+    ClearLastFileError();
+    switch (kind) {
+    case KindTIFF:
+        return NotBuilt("TIFF");
+    case KindJPEG:
+        return NotBuilt("JPEG");
+    case KindFITS:
+        return WriteFITS(path, kind);
+    case KindBMP:
+        return NotBuilt("BMP");
+    case KindSBIG:
+    case KindSBIGCompressed:
+        return NotBuilt("SBIG");
+    default:
+        SetLastFileError("Unknown file kind " + std::to_string(kind));
+        return false;
+    }
+}
+
+} // namespace astrivelle

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Runs every benchmark side by side with its reference and keeps the reports.
+set -euo pipefail
+build=${1:-build/release}
+out=bench-output
+mkdir -p "$out"
+for b in FitsBench PixelMathBench StatisticsBench; do
+  echo "== $b"
+  "$build/bench/$b" --benchmark_repetitions=3 --benchmark_report_aggregates_only=true \
+      --benchmark_out="$out/$b.json" --benchmark_out_format=json | tee "$out/$b.txt"
+done
+echo "== FitsPeakMemory"
+"$build/bench/FitsPeakMemory" --make
+"$build/bench/FitsPeakMemory" | tee "$out/FitsPeakMemory.txt"
+echo "Benchmark reports are in $(cd "$out" && pwd)"
