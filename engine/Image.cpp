@@ -12,7 +12,9 @@
 
 namespace astrivelle {
 
-bool IsValidColorType(std::uint32_t t) { return t >= 1 && t <= 9 && t != 5; }
+bool IsValidColorType(std::uint32_t t) {
+    return t >= 1 && t <= 9 && t != 5;
+}
 
 int SlotOfColorType(std::uint32_t t) {
     switch (t) {
@@ -31,7 +33,9 @@ int SlotOfColorType(std::uint32_t t) {
     }
 }
 
-const char* ColorModelWord(std::uint32_t t) { return t == ColorRGB ? "RGB" : "MONO"; }
+const char* ColorModelWord(std::uint32_t t) {
+    return t == ColorRGB ? "RGB" : "MONO";
+}
 
 void SmallBufferFailure() {
     // Too small to recover from: say so and stop at once.
@@ -87,8 +91,8 @@ void Image::SetGeometry(std::int32_t ft, std::uint32_t ct, std::uint32_t cd, std
     SetSize(w, h);
 }
 
-void Image::SetGeometryFits(std::int32_t ft, std::uint32_t ct, std::uint32_t cd,
-                            std::uint32_t dt, std::int32_t w, std::int32_t h) {
+void Image::SetGeometryFits(std::int32_t ft, std::uint32_t ct, std::uint32_t cd, std::uint32_t dt,
+                            std::int32_t w, std::int32_t h) {
     SetGeometry(ft, ct, cd, w, h);
     dataType = dt;
 }
@@ -241,16 +245,16 @@ void Image::FreeAccumulators() {
 
 // ---- copying ----------------------------------------------------------------------------
 
-void Image::CopyPlane(float* dst, const float* src) const {
-    if (dst && src && dst != src)
-        std::memcpy(dst, src, sizeof(float) * pixelCount);
-}
-
 static void CopyPlaneParallel(float* dst, const float* src, int w, int h) {
     ParallelRows(h, [&](int y0, int y1) {
         std::memcpy(dst + static_cast<size_t>(y0) * w, src + static_cast<size_t>(y0) * w,
                     sizeof(float) * static_cast<size_t>(y1 - y0) * w);
     });
+}
+
+void Image::CopyPlane(float* dst, const float* src) const {
+    if (dst && src && dst != src)
+        CopyPlaneParallel(dst, src, width, height);
 }
 
 bool Image::CopyFrom(const Image& source, std::int32_t w, std::int32_t h, std::uint32_t maxV,
@@ -354,16 +358,24 @@ static inline size_t ClampedIndex(int x, int y, int w, int h) {
     return static_cast<size_t>(y) * w + x;
 }
 
-float Image::RedAt(int x, int y) const { return curPlane[0][ClampedIndex(x, y, width, height)]; }
+float Image::RedAt(int x, int y) const {
+    return curPlane[0][ClampedIndex(x, y, width, height)];
+}
 float Image::GreenAt(int x, int y) const {
     return curPlane[1][ClampedIndex(x, y, width, height)];
 }
 float Image::BlueAt(int x, int y) const {
     return curPlane[2][ClampedIndex(x, y, width, height)];
 }
-int Image::RedLevelAt(int x, int y) const { return RoundLevel(RedAt(x, y), 0, 65535); }
-int Image::GreenLevelAt(int x, int y) const { return RoundLevel(GreenAt(x, y), 0, 65535); }
-int Image::BlueLevelAt(int x, int y) const { return RoundLevel(BlueAt(x, y), 0, 65535); }
+int Image::RedLevelAt(int x, int y) const {
+    return RoundLevel(RedAt(x, y), 0, 65535);
+}
+int Image::GreenLevelAt(int x, int y) const {
+    return RoundLevel(GreenAt(x, y), 0, 65535);
+}
+int Image::BlueLevelAt(int x, int y) const {
+    return RoundLevel(BlueAt(x, y), 0, 65535);
+}
 
 int Image::LevelAt(const float* plane, int x, int y) const {
     return RoundLevel(plane[ClampedIndex(x, y, width, height)], 0, 65535);

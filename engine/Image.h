@@ -110,6 +110,9 @@ public:
     std::int32_t fileType = KindFITS;
     std::uint32_t colorType = ColorGray;
     std::uint32_t colorDetail = 0;
+    /// Readers fill only the current planes; the previous planes hold the input of the latest
+    /// operator and are written by the first one (BeginOperator, or a pixel function called
+    /// with pending false).
     float* prevPlane[3] = {nullptr, nullptr, nullptr};
     float* curPlane[3] = {nullptr, nullptr, nullptr};
     float** workRows[3] = {nullptr, nullptr, nullptr};

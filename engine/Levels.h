@@ -24,6 +24,14 @@ inline int RoundLevel(double f) {
     return RoundLevel(f, 0, 65535);
 }
 
+/// RoundLevel(f, 0, 65535) for a float, written with selects only so that loops over planes
+/// vectorise. Gives the same level for every float, NaN included (0).
+inline int RoundLevel16(float f) {
+    const float c = f > 0.0f ? (f < 65535.0f ? f : 65535.0f) : 0.0f;
+    const int i = static_cast<int>(c);
+    return i + (c - static_cast<float>(i) > 0.5f ? 1 : 0);
+}
+
 inline double Max2(double a, double b) {
     return a > b ? a : b;
 }

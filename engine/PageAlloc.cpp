@@ -11,6 +11,7 @@ namespace astrivelle {
 namespace {
 // The header keeps the mapping length for munmap; 64 bytes keep the payload cache-aligned.
 constexpr std::size_t kHeader = 64;
+constexpr std::size_t kHugeThreshold = std::size_t(4) << 20;
 } // namespace
 
 void* PageAlloc(std::size_t bytes) {
@@ -18,6 +19,9 @@ void* PageAlloc(std::size_t bytes) {
     void* base = mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (base == MAP_FAILED)
         return nullptr;
+    // Large planes fault in far faster as huge pages; the kernel ignores this where it cannot.
+    if (total >= kHugeThreshold)
+        madvise(base, total, MADV_HUGEPAGE);
     *static_cast<std::size_t*>(base) = total;
     return static_cast<std::uint8_t*>(base) + kHeader;
 }

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "engine/Image.h"
@@ -211,12 +212,10 @@ bool EnoughMemoryFor(unsigned long long bytes) {
     return bytes <= MemoryAvailable();
 }
 
-/// Where one plane goes: a flat plane or caller rows, plus an optional second flat plane that
-/// receives the same values (the previous plane of an image).
+/// Where one plane goes: a flat plane or caller rows.
 struct PlaneTarget {
     float* flat = nullptr;
     float* const* rows = nullptr;
-    float* copy = nullptr;
 };
 
 /// Clamps to 0..65535; NaN counts as 0.
@@ -232,12 +231,16 @@ void ConvertPlane(const T* samples, const PlaneTarget& target, int width, int he
             const std::size_t offset = static_cast<std::size_t>(y) * width;
             const T* in = samples + offset;
             float* out = target.flat ? target.flat + offset : target.rows[y];
-            float* copy = target.copy ? target.copy + offset : nullptr;
-            for (int x = 0; x < width; ++x) {
-                const double v = eightBit ? static_cast<double>(in[x]) * 65535.0 / 255.0 : in[x];
-                out[x] = ClampSample(v);
-                if (copy)
-                    copy[x] = out[x];
+            // Separate loops per case so that each one vectorises.
+            if constexpr (std::is_same_v<T, std::uint16_t>) {
+                for (int x = 0; x < width; ++x)
+                    out[x] = static_cast<float>(in[x]); // always within 0..65535
+            } else if (eightBit) {
+                for (int x = 0; x < width; ++x)
+                    out[x] = ClampSample(static_cast<double>(in[x]) * 65535.0 / 255.0);
+            } else {
+                for (int x = 0; x < width; ++x)
+                    out[x] = ClampSample(static_cast<double>(in[x]));
             }
         }
     });
@@ -522,8 +525,8 @@ bool ReadFitsInto(const std::string& path, ReadRequest& request) {
     auto target = [&](int slot) {
         PlaneTarget t;
         if (image) {
+            // Only the current plane: the first operator copies it to the previous plane.
             t.flat = image->curPlane[slot];
-            t.copy = image->prevPlane[slot];
         } else {
             t.rows = request.rows[slot];
         }

@@ -69,11 +69,12 @@ bool FormatOfDataType(std::uint32_t dataType, WriteFormat* format) {
 }
 
 template <class T, class Convert>
-void FillSamples(T* out, const PlaneSource& source, int width, int height, Convert convert) {
-    ParallelRows(height, [&](int y0, int y1) {
-        for (int y = y0; y < y1; ++y) {
-            const float* in = source.Row(y, width);
-            T* row = out + static_cast<std::size_t>(y) * width;
+void FillSamples(T* out, const PlaneSource& source, int width, int firstRow, int rows,
+                 Convert convert) {
+    ParallelRows(rows, [&](int r0, int r1) {
+        for (int r = r0; r < r1; ++r) {
+            const float* in = source.Row(firstRow + r, width);
+            T* row = out + static_cast<std::size_t>(r) * width;
             for (int x = 0; x < width; ++x)
                 row[x] = convert(in[x]);
         }
@@ -83,25 +84,26 @@ void FillSamples(T* out, const PlaneSource& source, int width, int height, Conve
 /// Converts a plane into the buffer by data type. The nearest integer is RoundLevel's: the
 /// value truncated, plus one only when the remainder exceeds 0.5.
 void FillBuffer(void* buffer, std::uint32_t dataType, const PlaneSource& source, int width,
-                int height) {
+                int firstRow, int rows) {
     switch (dataType) {
     case Data8:
-        FillSamples(static_cast<std::uint8_t*>(buffer), source, width, height,
-                    [](float v) { return static_cast<std::uint8_t>(RoundLevel(v) / 257); });
+        FillSamples(static_cast<std::uint8_t*>(buffer), source, width, firstRow, rows,
+                    [](float v) { return static_cast<std::uint8_t>(RoundLevel16(v) / 257); });
         break;
     case Data16:
-        FillSamples(static_cast<std::uint16_t*>(buffer), source, width, height,
-                    [](float v) { return static_cast<std::uint16_t>(RoundLevel(v)); });
+        FillSamples(static_cast<std::uint16_t*>(buffer), source, width, firstRow, rows,
+                    [](float v) { return static_cast<std::uint16_t>(RoundLevel16(v)); });
         break;
     case Data32:
-        FillSamples(static_cast<std::int32_t*>(buffer), source, width, height,
-                    [](float v) { return static_cast<std::int32_t>(RoundLevel(v)); });
+        FillSamples(static_cast<std::int32_t*>(buffer), source, width, firstRow, rows,
+                    [](float v) { return static_cast<std::int32_t>(RoundLevel16(v)); });
         break;
     case DataFloat:
-        FillSamples(static_cast<float*>(buffer), source, width, height, [](float v) { return v; });
+        FillSamples(static_cast<float*>(buffer), source, width, firstRow, rows,
+                    [](float v) { return v; });
         break;
     case DataDouble:
-        FillSamples(static_cast<double*>(buffer), source, width, height,
+        FillSamples(static_cast<double*>(buffer), source, width, firstRow, rows,
                     [](float v) { return static_cast<double>(v); });
         break;
     }
@@ -207,24 +209,35 @@ bool WriteFitsFile(const std::string& path, int width, int height, std::uint32_t
     if (compress)
         fits_set_compression_type(f, RICE_1, &status);
 
+    // Samples go out in blocks of rows through one small reused buffer: the same file as one
+    // whole-plane write, without a plane-sized temporary.
     const long long count = static_cast<long long>(width) * height;
+    constexpr std::size_t kBlockBytes = std::size_t(8) << 20;
+    const int block = static_cast<int>(std::clamp<long long>(
+        static_cast<long long>(kBlockBytes / (static_cast<std::size_t>(width) * format.sampleSize)),
+        1, height));
     SampleBuffer buffer;
-    if (!buffer.Allocate(static_cast<std::size_t>(count) * format.sampleSize))
+    if (!buffer.Allocate(static_cast<std::size_t>(block) * width * format.sampleSize))
         return Fail("Could not allocate memory for the FITS samples");
+    auto writePlane = [&](const PlaneSource& source, long long firstElement) {
+        for (int y = 0; y < height && !status; y += block) {
+            const int rows = std::min(block, height - y);
+            FillBuffer(buffer.data(), dataType, source, width, y, rows);
+            ffppr(f, format.cfitsioType, firstElement + static_cast<long long>(y) * width,
+                  static_cast<long long>(rows) * width, buffer.data(), &status);
+        }
+    };
 
     if (threeAxes) {
         long naxes[3] = {width, height, 3};
         ffcrim(f, format.bitpix, 3, naxes, &status);
-        for (int p = 0; p < 3 && !status; ++p) {
-            FillBuffer(buffer.data(), dataType, planes[p], width, height);
-            ffppr(f, format.cfitsioType, 1 + p * count, count, buffer.data(), &status);
-        }
+        for (int p = 0; p < 3 && !status; ++p)
+            writePlane(planes[p], 1 + p * count);
     } else {
         for (int p = 0; p < planeCount && !status; ++p) {
             long naxes[2] = {width, height};
             ffcrim(f, format.bitpix, 2, naxes, &status);
-            FillBuffer(buffer.data(), dataType, planes[p], width, height);
-            ffppr(f, format.cfitsioType, 1, count, buffer.data(), &status);
+            writePlane(planes[p], 1);
         }
     }
     if (cards)

@@ -19,59 +19,50 @@ std::vector<int> SelectedSlots(const CProcessWindow& w) {
     return slots;
 }
 
+/// One Pixel Math application through the operator skeleton. Add and Subtract run per
+/// selected channel; Multiply and Divide on RGB take all three planes at once.
+bool RunPixelMath(CProcessWindow& w, PixelMathParams::Op op, double constant, int applyMin,
+                  int applyMax, int feather) {
+    using Op = PixelMathParams::Op;
+    PixelMathParams p{op, constant, applyMin, applyMax, feather};
+    Image& img = w.image;
+    return w.RunOperator("Pixel Math", FormatPixelMath(p), [&](bool pending) {
+        const bool rgb = img.colorType == ColorRGB;
+        if (op == Op::Multiply && rgb)
+            img.PixelMultiplyColor(pending, constant, applyMin, applyMax, feather);
+        else if (op == Op::Divide && rgb)
+            img.PixelDivideColor(pending, constant, applyMin, applyMax, feather);
+        else
+            for (int s : SelectedSlots(w)) {
+                float* prev = img.prevPlane[s];
+                float* cur = img.curPlane[s];
+                if (op == Op::Multiply)
+                    img.PixelMultiply(pending, prev, cur, constant, applyMin, applyMax, feather);
+                else if (op == Op::Divide)
+                    img.PixelDivide(pending, prev, cur, constant, applyMin, applyMax, feather);
+                else // Subtract is Add of the negated constant
+                    img.PixelAdd(pending, prev, cur, op == Op::Subtract ? -constant : constant,
+                                 applyMin, applyMax, feather);
+            }
+        return true;
+    });
+}
+
 } // namespace
 
 bool CProcessWindow::PixelMathAdd(bool subtract, double constant, int applyMin, int applyMax,
                                   int feather) {
-    PixelMathParams p;
-    p.op = subtract ? PixelMathParams::Op::Subtract : PixelMathParams::Op::Add;
-    p.constant = constant;
-    p.applyMin = applyMin;
-    p.applyMax = applyMax;
-    p.feather = feather;
-    const double signedConstant = subtract ? -constant : constant;
-    return RunOperator("Pixel Math", FormatPixelMath(p), [&](bool isPending) {
-        for (int s : SelectedSlots(*this))
-            image.PixelAdd(isPending, image.prevPlane[s], image.curPlane[s], signedConstant,
-                           applyMin, applyMax, feather);
-        return true;
-    });
+    return RunPixelMath(*this, subtract ? PixelMathParams::Op::Subtract : PixelMathParams::Op::Add,
+                        constant, applyMin, applyMax, feather);
 }
 
 bool CProcessWindow::PixelMathMultiply(double constant, int applyMin, int applyMax, int feather) {
-    PixelMathParams p;
-    p.op = PixelMathParams::Op::Multiply;
-    p.constant = constant;
-    p.applyMin = applyMin;
-    p.applyMax = applyMax;
-    p.feather = feather;
-    return RunOperator("Pixel Math", FormatPixelMath(p), [&](bool isPending) {
-        if (image.colorType == ColorRGB)
-            image.PixelMultiplyColor(isPending, constant, applyMin, applyMax, feather);
-        else
-            for (int s : image.Slots())
-                image.PixelMultiply(isPending, image.prevPlane[s], image.curPlane[s], constant,
-                                    applyMin, applyMax, feather);
-        return true;
-    });
+    return RunPixelMath(*this, PixelMathParams::Op::Multiply, constant, applyMin, applyMax,
+                        feather);
 }
 
 bool CProcessWindow::PixelMathDivide(double constant, int applyMin, int applyMax, int feather) {
-    PixelMathParams p;
-    p.op = PixelMathParams::Op::Divide;
-    p.constant = constant;
-    p.applyMin = applyMin;
-    p.applyMax = applyMax;
-    p.feather = feather;
-    return RunOperator("Pixel Math", FormatPixelMath(p), [&](bool isPending) {
-        if (image.colorType == ColorRGB)
-            image.PixelDivideColor(isPending, constant, applyMin, applyMax, feather);
-        else
-            for (int s : image.Slots())
-                image.PixelDivide(isPending, image.prevPlane[s], image.curPlane[s], constant,
-                                  applyMin, applyMax, feather);
-        return true;
-    });
+    return RunPixelMath(*this, PixelMathParams::Op::Divide, constant, applyMin, applyMax, feather);
 }
 
 } // namespace astrivelle

@@ -186,3 +186,53 @@ TEST(CliFilter, SaveTypeFloatKeepsFractions) {
     EXPECT_FALSE(r.fitsCompress);
     EXPECT_FLOAT_EQ(r.curPlane[0][1], 100.0f / 3.0f);
 }
+
+TEST(CliInfo, ReadsFilesWrittenByCfitsioTools) {
+    for (const char* tool : {"fpack", "funpack", "imcopy"})
+        if (!HaveProgram(tool))
+            GTEST_SKIP() << tool << " is not installed";
+    ScratchDir dir;
+    const std::string original = dir.file("orig.fit");
+    {
+        Image img;
+        MakeImage(img, 37, 23, ColorGray,
+                  [](int, int x, int y) { return (x * 131 + y * 977) % 65536; });
+        ASSERT_TRUE(img.WriteFile(original, KindFITS));
+    }
+    std::string out;
+    // fpack's Rice file, funpack's plain copy of it, imcopy's own compressed copy.
+    ASSERT_EQ(RunCommand("fpack -O " + Q(dir.file("packed.fz")) + " " + Q(original), &out), 0)
+        << out;
+    ASSERT_EQ(
+        RunCommand("funpack -O " + Q(dir.file("unpacked.fit")) + " " + Q(dir.file("packed.fz")),
+                   &out),
+        0)
+        << out;
+    ASSERT_EQ(
+        RunCommand("imcopy " + Q(original) + " " + Q(dir.file("imcopy.fit") + "[compress]"), &out),
+        0)
+        << out;
+    std::string reference;
+    ASSERT_EQ(RunCommand(Cli("info --json " + Q(original)), &reference), 0);
+    const std::string stats =
+        reference.substr(reference.find("\"channels\""),
+                         reference.find("\"header\"") - reference.find("\"channels\""));
+    struct Case {
+        const char* file;
+        bool compressed;
+    };
+    for (const Case& c :
+         {Case{"packed.fz", true}, Case{"unpacked.fit", false}, Case{"imcopy.fit", true}}) {
+        // .fz is not a FITS extension for the dispatch: give it one the way a user would.
+        std::string path = dir.file(c.file);
+        if (fs::path(path).extension().string() == ".fz") {
+            fs::copy_file(path, path + ".fits");
+            path += ".fits";
+        }
+        ASSERT_EQ(RunCommand(Cli("info --json " + Q(path)), &out), 0) << c.file << out;
+        EXPECT_NE(out.find(stats), std::string::npos) << c.file << " statistics differ\n" << out;
+        EXPECT_NE(out.find(c.compressed ? "\"compressed\":true" : "\"compressed\":false"),
+                  std::string::npos)
+            << c.file;
+    }
+}
