@@ -479,24 +479,22 @@ double Image::StdDevOfPlane(const float* plane) const {
     return SampleDeviation(sumSq, pixelCount);
 }
 
-double Image::MaxOfPlane(const float* plane) const {
-    if (!plane || pixelCount == 0)
-        return 0.0;
+namespace {
+/// One scan of a plane, for its extremes.
+ScanOut PlaneExtremes(const Image& img, const float* plane) {
     return Scan(
-               width, height, 0, ChunkCount(height),
-               [plane](std::size_t i) { return static_cast<double>(plane[i]); }, nullptr, nullptr,
-               nullptr)
-        .max;
+        img.width, img.height, 0, ChunkCount(img.height),
+        [plane](std::size_t i) { return static_cast<double>(plane[i]); }, nullptr, nullptr,
+        nullptr);
+}
+} // namespace
+
+double Image::MaxOfPlane(const float* plane) const {
+    return plane && pixelCount ? PlaneExtremes(*this, plane).max : 0.0;
 }
 
 double Image::MinOfPlane(const float* plane) const {
-    if (!plane || pixelCount == 0)
-        return 0.0;
-    return Scan(
-               width, height, 0, ChunkCount(height),
-               [plane](std::size_t i) { return static_cast<double>(plane[i]); }, nullptr, nullptr,
-               nullptr)
-        .min;
+    return plane && pixelCount ? PlaneExtremes(*this, plane).min : 0.0;
 }
 
 double Image::MedianOfPlane(const float* plane) const {

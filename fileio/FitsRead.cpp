@@ -26,41 +26,21 @@ namespace {
 /// The sample types a read asks cfitsio for.
 enum class Sample { Byte, Short, UShort, Int, UInt, Float, Double };
 
+/// cfitsio's type code and the size of one sample, by sample type.
+struct SampleInfo {
+    int cfitsioType;
+    std::size_t size;
+};
+
+constexpr SampleInfo kSampleInfo[] = {{TBYTE, 1}, {TSHORT, 2}, {TUSHORT, 2}, {TINT, 4},
+                                      {TUINT, 4}, {TFLOAT, 4}, {TDOUBLE, 8}};
+
 int CfitsioType(Sample s) {
-    switch (s) {
-    case Sample::Byte:
-        return TBYTE;
-    case Sample::Short:
-        return TSHORT;
-    case Sample::UShort:
-        return TUSHORT;
-    case Sample::Int:
-        return TINT;
-    case Sample::UInt:
-        return TUINT;
-    case Sample::Float:
-        return TFLOAT;
-    case Sample::Double:
-        return TDOUBLE;
-    }
-    return TBYTE;
+    return kSampleInfo[static_cast<int>(s)].cfitsioType;
 }
 
 std::size_t SampleSize(Sample s) {
-    switch (s) {
-    case Sample::Byte:
-        return 1;
-    case Sample::Short:
-    case Sample::UShort:
-        return 2;
-    case Sample::Int:
-    case Sample::UInt:
-    case Sample::Float:
-        return 4;
-    case Sample::Double:
-        return 8;
-    }
-    return 8;
+    return kSampleInfo[static_cast<int>(s)].size;
 }
 
 bool SampleOfBitpix(int bitpix, Sample* s) {

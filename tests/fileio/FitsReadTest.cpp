@@ -72,6 +72,11 @@ struct SampleCase {
     const char* bzero; ///< key forced on the file, "" for none
 };
 
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const SampleCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class FitsSampleTypes : public ::testing::TestWithParam<SampleCase> {};
 
 template <class T> std::vector<T> As(const std::vector<double>& v) {
