@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 /// \file Pixel Math: add, subtract, multiply or divide by a constant inside a level range with
 /// a feathered edge; its parameter text and its replay.
+#include <algorithm>
 #include <cstdlib>
 
 #include "engine/Image.h"
@@ -47,19 +48,20 @@ void PixelMathPlane(const Image& img, const float* prev, float* cur, const Apply
         if (range.feather == 0) {
             for (std::size_t i = static_cast<std::size_t>(y0) * w; i < end; ++i) {
                 const double p = prev[i];
-                double m = op(p);
-                m = m < 0.0 ? 0.0 : (m > top ? top : m);
-                cur[i] = (p < lo || p > hi) ? prev[i] : static_cast<float>(m);
+                const double m = std::min(std::max(op(p), 0.0), top);
+                const bool outside = (p < lo) | (p > hi);
+                cur[i] = outside ? static_cast<float>(p) : static_cast<float>(m);
             }
             return;
         }
         for (std::size_t i = static_cast<std::size_t>(y0) * w; i < end; ++i) {
             const double p = prev[i];
             const double m = op(p);
-            const double wgt = p <= mn ? (p - lo) / feather : (p >= mx ? (hi - p) / feather : 1.0);
-            double out = (1.0 - wgt) * p + wgt * m;
-            out = out < 0.0 ? 0.0 : (out > top ? top : out);
-            cur[i] = (p < lo || p > hi) ? prev[i] : static_cast<float>(out);
+            const double below = (p - lo) / feather, above = (hi - p) / feather;
+            const double wgt = p <= mn ? below : (p >= mx ? above : 1.0);
+            const double out = std::min(std::max((1.0 - wgt) * p + wgt * m, 0.0), top);
+            const bool outside = (p < lo) | (p > hi);
+            cur[i] = outside ? static_cast<float>(p) : static_cast<float>(out);
         }
     });
 }
