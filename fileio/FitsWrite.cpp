@@ -206,8 +206,15 @@ bool WriteFitsFile(const std::string& path, int width, int height, std::uint32_t
         return Fail(FitsStatusText(status));
     FitsFile fits;
     fits.file = f;
-    if (compress)
-        fits_set_compression_type(f, RICE_1, &status);
+    if (compress) {
+        // Integers are Rice-compressed. Rice can only take floats quantised, which loses
+        // precision, so float and double samples go into lossless GZIP tiles: the compressed
+        // float save type promises a lossless file.
+        const bool floats = dataType == DataFloat || dataType == DataDouble;
+        fits_set_compression_type(f, floats ? GZIP_1 : RICE_1, &status);
+        if (floats)
+            fits_set_quantize_level(f, 0.0f, &status);
+    }
 
     // Samples go out in blocks of rows through one small reused buffer: the same file as one
     // whole-plane write, without a plane-sized temporary.
