@@ -7,6 +7,8 @@ packages=(
   build-essential cmake ninja-build g++ pkg-config git
   libcfitsio-dev libcfitsio-bin fitsverify
   libtbb-dev
+  libraw-dev
+  libtiff-tools ffmpeg
   ocl-icd-opencl-dev opencl-headers
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang-format
