@@ -5,15 +5,12 @@
 
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
+#include "cli/FileLoop.h"
 #include "engine/Image.h"
 #include "engine/ProcessStructure.h"
-#include "fileio/FileDispatch.h"
 #include "fileio/SaveType.h"
-#include "fileio/WriteSafely.h"
 
 namespace astrivelle::cli {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -57,22 +54,6 @@ bool BuildRecords(const Arguments& args, std::vector<CProcessStructure>* records
     return true;
 }
 
-const char* WriteFailureText(std::int32_t kind) {
-    switch (kind) {
-    case KindTIFF:
-        return "Error writing TIFF image to disk.";
-    case KindJPEG:
-        return "Error writing JPEG image to disk.";
-    case KindSBIG:
-    case KindSBIGCompressed:
-        return "Error writing SBIG image to disk.";
-    case KindFITS:
-        return "Error writing image to disk.";
-    default:
-        return "File Type Is Not Defined, \nPossible Corrupt Object Or File.";
-    }
-}
-
 } // namespace
 
 int RunFilter(const std::vector<std::string>& argv) {
@@ -98,64 +79,20 @@ int RunFilter(const std::vector<std::string>& argv) {
     if (!IsKnownSaveType(saveType))
         return Usage("unknown save type " + saveType);
 
-    std::error_code ec;
-    fs::create_directories(outDir, ec);
-    if (!fs::is_directory(outDir)) {
-        PrintFailure("Could not create the output folder " + outDir, ec.message());
-        return ExitFailed;
-    }
-
-    CliProgress progress(args.Has("--quiet"));
-    CancelOnInterrupt(&progress);
-    int failures = 0;
-    const long total = static_cast<long>(args.files.size());
-    for (long n = 0; n < total; ++n) {
-        if (progress.Cancelled()) {
-            progress.Finish();
-            PrintFailure("Thread Canceled");
-            CancelOnInterrupt(nullptr);
-            return ExitFailed;
-        }
-        const std::string& path = args.files[n];
-        const std::string name = fs::path(path).filename().string();
-        progress.SetStatus(name);
-        progress.SetProgress(n, total);
-
-        Image img;
-        if (!img.ReadFile(path, ExtensionOf(path))) {
-            progress.Finish();
-            PrintFailure("Error reading " + path, LastFileError());
-            ++failures;
-            continue;
-        }
-        bool ok = true;
-        for (const CProcessStructure& record : records) {
-            std::string why;
-            if (!img.ApplyCommand(record, nullptr, nullptr, &progress, &why)) {
-                progress.Finish();
-                PrintFailure("Error filtering " + name, why);
-                ok = false;
-                break;
-            }
-        }
-        if (!ok) {
-            ++failures;
-            continue;
-        }
-        std::string extension = ApplySaveType(img, saveType, ExtensionOf(path));
-        const std::string target =
-            (fs::path(outDir) / (prefix + fs::path(path).stem().string() + extension)).string();
-        if (!WriteImageSafely(img, target, img.fileType, args.files, &error)) {
-            progress.Finish();
-            PrintFailure(WriteFailureText(img.fileType), error);
-            ++failures;
-            continue;
-        }
-    }
-    progress.SetProgress(total, total);
-    progress.Finish();
-    CancelOnInterrupt(nullptr);
-    return failures ? ExitFailed : ExitOk;
+    FileLoop loop;
+    loop.files = args.files;
+    loop.outDir = outDir;
+    loop.prefix = prefix;
+    loop.saveType = saveType;
+    loop.quiet = args.Has("--quiet");
+    loop.failureText = "Error filtering ";
+    loop.change = [&records](Image& img, std::string* why) {
+        for (const CProcessStructure& record : records)
+            if (!img.ApplyCommand(record, nullptr, nullptr, nullptr, why))
+                return false;
+        return true;
+    };
+    return RunFileLoop(loop);
 }
 
 } // namespace astrivelle::cli

@@ -14,6 +14,7 @@ const std::vector<Command>& AllCommands() {
     static const std::vector<Command> commands = {
         {"info", "show an image's geometry, statistics and header", RunInfo},
         {"filter", "apply recorded operators to files and write the results", RunFilter},
+        {"convert", "write image files in another format", RunConvert},
     };
     return commands;
 }

@@ -263,6 +263,16 @@ public:
     bool ReadFITS(const std::string& path);
     bool WriteFITS(const std::string& path, std::int32_t kind);
     bool WriteFITSFloatPlanes(const std::string& path, const std::string& source);
+    /// TIFF: false with the reader's own text in `message` (empty when it has none).
+    bool ReadTIFF(const std::string& path, std::string* message);
+    bool WriteTIFF(const std::string& path);
+    bool ReadJPEG(const std::string& path);
+    bool WriteJPEG(const std::string& path, int quality);
+    bool ReadBMP(const std::string& path);
+    bool WriteBMP(const std::string& path);
+    /// SBIG with the colour type the open path chose (9, or 2..8 for the plane extensions).
+    bool ReadSBIG(const std::string& path, std::uint32_t colorType);
+    bool WriteSBIG(const std::string& path, std::int32_t kind);
 
     // ---- replay (operators/) -------------------------------------------------------------
     /// Applies one recorded command to this image. `error` receives why it failed.

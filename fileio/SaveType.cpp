@@ -12,14 +12,19 @@ namespace {
 
 // "UNCOMPTIF" is the same format as "TIFF16" under the name Combine Files and the colour-array
 // code use.
-constexpr std::array<SaveTypeEntry, 7> kSaveTypes{{
-    {"SAMEASINPUT", 0, 0, 0, -1, nullptr},
-    {"COMPFIT", KindFITS, Data16, 0, 1, ".fit"},
-    {"UNCOMPFIT", KindFITS, Data16, 0, 0, ".fit"},
-    {"COMPFIT32", KindFITS, DataFloat, 0, 1, ".fit"},
-    {"UNCOMPFIT32", KindFITS, DataFloat, 0, 0, ".fit"},
-    {"TIFF16", KindTIFF, 0, 16, -1, ".tif"},
-    {"UNCOMPTIF", KindTIFF, 0, 16, -1, ".tif"},
+// "TIFF8", "JPEG" and "BMP" are offered only where files are converted (raw conversion and
+// the convert command), not by the image-set operations.
+constexpr std::array<SaveTypeEntry, 10> kSaveTypes{{
+    {"SAMEASINPUT", 0, 0, 0, -1, nullptr, false},
+    {"COMPFIT", KindFITS, Data16, 0, 1, ".fit", false},
+    {"UNCOMPFIT", KindFITS, Data16, 0, 0, ".fit", false},
+    {"COMPFIT32", KindFITS, DataFloat, 0, 1, ".fit", false},
+    {"UNCOMPFIT32", KindFITS, DataFloat, 0, 0, ".fit", false},
+    {"TIFF16", KindTIFF, 0, 16, -1, ".tif", false},
+    {"UNCOMPTIF", KindTIFF, 0, 16, -1, ".tif", false},
+    {"TIFF8", KindTIFF, 0, 8, -1, ".tif", true},
+    {"JPEG", KindJPEG, 0, 0, -1, ".jpg", true},
+    {"BMP", KindBMP, 0, 0, -1, ".bmp", true},
 }};
 
 const SaveTypeEntry* Find(const std::string& keyword) {
@@ -35,8 +40,9 @@ std::span<const SaveTypeEntry> SaveTypes() {
     return kSaveTypes;
 }
 
-bool IsKnownSaveType(const std::string& keyword) {
-    return Find(keyword) != nullptr;
+bool IsKnownSaveType(const std::string& keyword, bool conversion) {
+    const SaveTypeEntry* entry = Find(keyword);
+    return entry && (conversion || !entry->conversionOnly);
 }
 
 std::string ApplySaveType(Image& image, const std::string& keyword,
@@ -50,6 +56,8 @@ std::string ApplySaveType(Image& image, const std::string& keyword,
     else if (entry->fileKind == KindTIFF)
         image.SetGeometryTiff(KindTIFF, image.colorType, 0, image.width, image.height,
                               entry->tiffBits);
+    else
+        image.SetGeometry(entry->fileKind, image.colorType, 0, image.width, image.height);
     if (entry->compress >= 0)
         image.fitsCompress = entry->compress == 1;
     return entry->extension;

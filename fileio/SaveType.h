@@ -18,13 +18,14 @@ struct SaveTypeEntry {
     std::uint32_t tiffBits; ///< TIFF bits per sample, 0 when the keyword does not set it
     int compress;           ///< 1 sets fitsCompress, 0 clears it, -1 leaves it
     const char* extension;  ///< extension written; nullptr keeps the input's own
+    bool conversionOnly;    ///< offered only where files are converted
 };
 
 /// "SAMEASINPUT", "COMPFIT", "UNCOMPFIT", "COMPFIT32", "UNCOMPFIT32", "TIFF16", "UNCOMPTIF".
 std::span<const SaveTypeEntry> SaveTypes();
 
 /// True for a keyword of the table (compared exactly, case included).
-bool IsKnownSaveType(const std::string& keyword);
+bool IsKnownSaveType(const std::string& keyword, bool conversion = false);
 
 /// Applies a keyword to a freshly read image before it is written and returns the extension
 /// (with its dot) of the output file: ".fit" for the FITS keywords, ".tif" for the TIFF ones,

@@ -7,11 +7,13 @@ packages=(
   build-essential cmake ninja-build g++ pkg-config git
   libcfitsio-dev libcfitsio-bin fitsverify
   libtbb-dev
-  libraw-dev
+  libraw-dev libjpeg62-turbo-dev libjpeg-turbo-progs
+  libtiff-dev
   libtiff-tools ffmpeg
   ocl-icd-opencl-dev opencl-headers
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang-format
+  clang-14 libclang-rt-14-dev
 )
 
 missing=()

@@ -124,7 +124,7 @@ TEST(SaveType, KeywordsChangeAFreshlyReadImage) {
         {"UNCOMPTIF", true, KindTIFF, Data16, 16, true, ".tif"},
         // Unknown keywords (compared exactly) keep the format as read.
         {"compfit", false, KindFITS, Data16, 8, true, ".fts"},
-        {"TIFF8", false, KindFITS, Data16, 8, true, ".fts"},
+        {"TIFF 8", false, KindFITS, Data16, 8, true, ".fts"},
         {"", false, KindFITS, Data16, 8, true, ".fts"},
     };
     for (const SaveCase& c : cases) {
@@ -143,7 +143,27 @@ TEST(SaveType, KeywordsChangeAFreshlyReadImage) {
         // The setters write 0 as the third field; SAMEASINPUT and unknown keywords touch nothing.
         EXPECT_EQ(img.colorDetail, c.known && c.keyword != std::string("SAMEASINPUT") ? 0u : 4u);
     }
-    EXPECT_EQ(SaveTypes().size(), 7u);
+    EXPECT_EQ(SaveTypes().size(), 10u);
+}
+
+TEST(SaveType, ConversionKeywordsAreKnownOnlyWhereFilesAreConverted) {
+    const SaveCase cases[] = {
+        {"TIFF8", true, KindTIFF, Data16, 8, true, ".tif"},
+        {"JPEG", true, KindJPEG, Data16, 16, true, ".jpg"},
+        {"BMP", true, KindBMP, Data16, 16, true, ".bmp"},
+    };
+    for (const SaveCase& c : cases) {
+        Image img;
+        test::MakeImage(img, 3, 2, ColorGray, [](int, int, int) { return 1; });
+        img.fitsCompress = true;
+        EXPECT_FALSE(IsKnownSaveType(c.keyword)) << c.keyword;
+        EXPECT_TRUE(IsKnownSaveType(c.keyword, true)) << c.keyword;
+        EXPECT_EQ(ApplySaveType(img, c.keyword, ".fit"), c.extension) << c.keyword;
+        EXPECT_EQ(img.fileType, c.fileType) << c.keyword;
+        EXPECT_EQ(img.tiffBitsPerSample, c.tiffBits) << c.keyword;
+        EXPECT_EQ(img.fitsCompress, c.compress) << c.keyword;
+    }
+    EXPECT_TRUE(IsKnownSaveType("COMPFIT", true));
 }
 
 TEST(SaveType, AppliedKeywordDecidesWhatIsWritten) {
