@@ -13,3 +13,7 @@ echo "== FitsPeakMemory"
 "$build/bench/FitsPeakMemory" --make
 "$build/bench/FitsPeakMemory" | tee "$out/FitsPeakMemory.txt"
 echo "Benchmark reports are in $(cd "$out" && pwd)"
+# End to end: our pipeline steps beside Siril, ccdproc, astroalign and SEP on synthetic nights
+# (BENCH_SETS=quick for the small sets only); writes bench/results/latest.md.
+echo "== end to end"
+bash bench/run.sh --build "$build"
