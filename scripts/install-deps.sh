@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build g++ pkg-config git
+  build-essential cmake ninja-build g++ pkg-config git python3
   libcfitsio-dev libcfitsio-bin fitsverify
   libtbb-dev
   libraw-dev libjpeg62-turbo-dev libjpeg-turbo-progs
