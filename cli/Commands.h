@@ -18,5 +18,6 @@ const std::vector<Command>& AllCommands();
 int RunInfo(const std::vector<std::string>& args);
 int RunFilter(const std::vector<std::string>& args);
 int RunConvert(const std::vector<std::string>& args);
+int RunRaw(const std::vector<std::string>& args);
 
 } // namespace astrivelle::cli

@@ -7,6 +7,7 @@
 #include "cli/Json.h"
 #include "engine/Image.h"
 #include "fileio/FileDispatch.h"
+#include "fileio/ImageProperties.h"
 
 namespace astrivelle::cli {
 
@@ -53,7 +54,7 @@ const char* DataTypeName(std::uint32_t d) {
     return d < 6 ? names[d] : "?";
 }
 
-void PrintJson(const Image& img) {
+void PrintJson(const Image& img, const std::vector<PropertyRow>& properties) {
     std::printf("{\"width\":%d,\"height\":%d,\"colorType\":%u,\"fileType\":%d,\"dataType\":%u,"
                 "\"compressed\":%s,\"channels\":[",
                 img.width, img.height, img.colorType, img.fileType, img.dataType,
@@ -68,6 +69,13 @@ void PrintJson(const Image& img) {
                     JsonNumber(st.entropy).c_str(), JsonNumber(st.entropyRatio).c_str());
         first = false;
     }
+    std::printf("],\"properties\":[");
+    first = true;
+    for (const PropertyRow& row : properties) {
+        std::printf("%s{\"name\":%s,\"value\":%s}", first ? "" : ",",
+                    JsonString(row.property).c_str(), JsonString(row.value).c_str());
+        first = false;
+    }
     std::printf("],\"header\":[");
     first = true;
     for (const CFITSHeader& c : img.headerCards) {
@@ -79,7 +87,8 @@ void PrintJson(const Image& img) {
     std::printf("]}\n");
 }
 
-void PrintText(const std::string& path, const Image& img) {
+void PrintText(const std::string& path, const Image& img,
+               const std::vector<PropertyRow>& properties) {
     std::printf("File:        %s\n", path.c_str());
     std::printf("Width:       %d\n", img.width);
     std::printf("Height:      %d\n", img.height);
@@ -93,6 +102,9 @@ void PrintText(const std::string& path, const Image& img) {
                     "entropy %.6g  entropyRatio %.6g\n",
                     s, st.max, st.min, st.mean, st.median, st.stdDev, st.entropy, st.entropyRatio);
     }
+    std::printf("Properties:\n");
+    for (const PropertyRow& row : properties)
+        std::printf("  %s : %s\n", row.property.c_str(), row.value.c_str());
     std::printf("Header:\n");
     for (const CFITSHeader& c : img.headerCards) {
         if (c.key == "COMMENT" || c.value.empty())
@@ -128,10 +140,13 @@ int RunInfo(const std::vector<std::string>& argv) {
         return ExitFailed;
     }
     img.ComputeStatistics();
+    // The properties panel's rows; a kind without any (none yet) shows none.
+    std::vector<PropertyRow> properties;
+    FilePropertyRows(img, path, &properties);
     if (args.Has("--json"))
-        PrintJson(img);
+        PrintJson(img, properties);
     else
-        PrintText(path, img);
+        PrintText(path, img, properties);
     return ExitOk;
 }
 

@@ -15,6 +15,7 @@ const std::vector<Command>& AllCommands() {
         {"info", "show an image's geometry, statistics and header", RunInfo},
         {"filter", "apply recorded operators to files and write the results", RunFilter},
         {"convert", "write image files in another format", RunConvert},
+        {"raw", "decode camera raw files", RunRaw},
     };
     return commands;
 }

@@ -23,6 +23,7 @@ bool CDib::Create(int width, int height, int bitCount, std::string* text) {
     bits_.reset();
     bitsSize_ = 0;
     header_ = DibHeader{};
+    file_ = FileInfo{};
     if (width <= 0 || height <= 0) {
         if (text)
             *text = "Out of memory for DIB bits";

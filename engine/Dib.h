@@ -34,6 +34,8 @@ struct DibHeader {
     std::uint32_t clrImportant = 0;
 };
 
+class DibSource; // where CDib::Read takes its bytes from (fileio/BmpDib.cpp)
+
 class CDib {
 public:
     CDib() = default;
@@ -71,10 +73,36 @@ public:
     }
     void Clear();
 
+    // ---- files (defined in fileio/BmpDib.cpp; each holds ImageFileLock) -----------------
+    /// Reads a Windows bitmap file: the 14-byte file header, a 40-byte info header (or a
+    /// longer one of the same start) or the 12-byte core header, the colour table and the
+    /// rows. Bottom-up and top-down files both end up bottom-up in Bits(). Sizes are checked
+    /// against the file before anything is allocated. On failure returns false with the
+    /// reason in `text` ("Failed to read file header", "Not a bitmap file", ...).
+    bool Read(const std::string& path, std::string* text = nullptr);
+    /// The same from bytes in memory.
+    bool ReadMemory(const std::uint8_t* data, std::size_t size, std::string* text = nullptr);
+    /// Writes the bitmap: "BM", size = bytes after the header + 54 (+ 1024 for the colour
+    /// table of an 8-bit bitmap), data offset 54 (+ 1024), the 40-byte info header, the
+    /// colour table of an 8-bit bitmap, and the rows. A file error is "Error  = " and the
+    /// system's text.
+    bool Write(const std::string& path, std::string* text = nullptr) const;
+
+    /// What the file that Read took held, for the properties panel.
+    struct FileInfo {
+        std::uint32_t fileSize = 0;   ///< the size field of the file header
+        std::uint32_t dataOffset = 0; ///< where the rows start
+        std::uint32_t headerSize = 0; ///< 12 (core), 40 or a longer Windows form
+        bool topDown = false;         ///< the file stored its rows top-down
+    };
+    const FileInfo& File() const { return file_; }
+
 private:
     bool Create(int width, int height, int bitCount, std::string* text);
+    bool ReadFrom(DibSource& source, std::string* text);
 
     DibHeader header_;
+    FileInfo file_;
     std::unique_ptr<RgbQuad[]> colors_;
     std::unique_ptr<std::uint8_t[]> bits_;
     std::size_t bitsSize_ = 0;

@@ -19,6 +19,7 @@ class IProgress;
 class CDib;
 struct CProcessStructure;
 struct ImageHeader; // the SBIG file attribute record, owned by the SBIG reader
+struct TiffInfo;    // the TIFF tags carried from a read to the next write (fileio/Tiff.h)
 
 /// Format of the file an image came from or goes to.
 enum ImageFileKind : std::int32_t {
@@ -106,6 +107,9 @@ public:
     std::uint16_t jpegQuality = 100;
     std::shared_ptr<ImageHeader> header;
     std::uint32_t tiffBitsPerSample = 16;
+    /// Tags of the TIFF the image came from (make, model, resolution, Exif, ICC), written
+    /// again by WriteTIFF; empty for an image of another origin.
+    std::shared_ptr<TiffInfo> tiffInfo;
     ChannelStats redStats, greenStats, blueStats, valueStats;
     std::int32_t fileType = KindFITS;
     std::uint32_t colorType = ColorGray;

@@ -2,6 +2,7 @@
 /// \file The operator gate, the operator skeleton and the guards of an open image.
 #include "engine/ProcessWindow.h"
 
+#include "engine/ImageHeader.h"
 #include "engine/OperatorNames.h"
 
 namespace astrivelle {
@@ -140,6 +141,7 @@ bool CProcessWindow::RunOperator(const std::string& name, const std::string& par
 
 void CProcessWindow::AfterOperator() {
     image.ComputeStatistics();
+    UpdateSbigHeaderFromStatistics(image); // an SBIG header's Range and Background follow
     notify().ImageChanged();
 }
 

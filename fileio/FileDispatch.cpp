@@ -19,11 +19,6 @@ bool OneOf(const std::string& ext, std::initializer_list<std::string_view> list)
     return std::find(list.begin(), list.end(), ext) != list.end();
 }
 
-bool NotBuilt(const char* format) {
-    SetLastFileError(std::string(format) + " files are not supported yet");
-    return false;
-}
-
 } // namespace
 
 std::string LastFileError() {
@@ -52,17 +47,23 @@ bool Image::ReadFile(const std::string& path, const std::string& extension) {
     ImageFileGuard guard;
     ClearLastFileError();
     const std::string ext = UpperExtension(extension);
-    if (OneOf(ext, {".TIF", ".TIFF"}))
-        return NotBuilt("TIFF");
+    if (OneOf(ext, {".TIF", ".TIFF"})) {
+        std::string message;
+        if (ReadTIFF(path, &message))
+            return true;
+        if (!message.empty())
+            SetLastFileError(message);
+        return false;
+    }
     if (OneOf(ext, {".FIT", ".FTS", ".FITS"}))
         return ReadFITS(path);
     if (OneOf(ext, {".JPG", ".JPEG", ".JPE"}))
-        return NotBuilt("JPEG");
+        return ReadJPEG(path);
     if (ext == ".BMP")
-        return NotBuilt("BMP");
+        return ReadBMP(path);
     if (OneOf(ext, {".SBIG", ".ST2K", ".ST4K", ".STX", ".ST5", ".ST6", ".ST7", ".ST8", ".ST9",
                     ".STV", ".255", ".237"}))
-        return NotBuilt("SBIG");
+        return ReadSBIG(path, ColorGray);
     SetLastFileError(ext.empty() ? std::string("The file name has no extension")
                                  : "Unknown image file extension \"" + extension + "\"");
     return false;
@@ -73,16 +74,16 @@ bool Image::WriteFile(const std::string& path, std::int32_t kind) {
     ClearLastFileError();
     switch (kind) {
     case KindTIFF:
-        return NotBuilt("TIFF");
+        return WriteTIFF(path);
     case KindJPEG:
-        return NotBuilt("JPEG");
+        return WriteJPEG(path, jpegQuality);
     case KindFITS:
         return WriteFITS(path, kind);
     case KindBMP:
-        return NotBuilt("BMP");
+        return WriteBMP(path);
     case KindSBIG:
     case KindSBIGCompressed:
-        return NotBuilt("SBIG");
+        return WriteSBIG(path, kind);
     default:
         SetLastFileError("Unknown file kind " + std::to_string(kind));
         return false;

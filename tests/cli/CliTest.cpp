@@ -214,9 +214,9 @@ TEST(CliInfo, ReadsFilesWrittenByCfitsioTools) {
         << out;
     std::string reference;
     ASSERT_EQ(RunCommand(Cli("info --json " + Q(original)), &reference), 0);
-    const std::string stats =
-        reference.substr(reference.find("\"channels\""),
-                         reference.find("\"header\"") - reference.find("\"channels\""));
+    // The statistics block only: the cards (and so the property rows) differ after fpack.
+    const auto from = reference.find("\"channels\"");
+    const std::string stats = reference.substr(from, reference.find("\"properties\"") - from);
     struct Case {
         const char* file;
         bool compressed;
