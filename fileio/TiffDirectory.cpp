@@ -218,9 +218,7 @@ int TiffExif::PresentCount() const {
     return static_cast<int>(std::count(std::begin(present), std::end(present), true));
 }
 
-namespace {
-
-TiffRationalValue* RationalOf(TiffExif& x, std::uint16_t tag) {
+TiffRationalValue* ExifRational(TiffExif& x, std::uint16_t tag) {
     switch (tag) {
     case 33434:
         return &x.exposureTime;
@@ -245,7 +243,7 @@ TiffRationalValue* RationalOf(TiffExif& x, std::uint16_t tag) {
     }
 }
 
-std::uint16_t* ShortOf(TiffExif& x, std::uint16_t tag) {
+std::uint16_t* ExifShort(TiffExif& x, std::uint16_t tag) {
     switch (tag) {
     case 34850:
         return &x.exposureProgram;
@@ -272,7 +270,7 @@ std::uint16_t* ShortOf(TiffExif& x, std::uint16_t tag) {
     }
 }
 
-std::uint8_t* FourBytesOf(TiffExif& x, std::uint16_t tag) {
+std::uint8_t* ExifFourBytes(TiffExif& x, std::uint16_t tag) {
     switch (tag) {
     case 36864:
         return x.exifVersion;
@@ -285,7 +283,7 @@ std::uint8_t* FourBytesOf(TiffExif& x, std::uint16_t tag) {
     }
 }
 
-char* TextOf(TiffExif& x, std::uint16_t tag) {
+char* ExifText(TiffExif& x, std::uint16_t tag) {
     switch (tag) {
     case 36867:
         return x.dateTimeOriginal;
@@ -296,8 +294,6 @@ char* TextOf(TiffExif& x, std::uint16_t tag) {
     }
 }
 
-} // namespace
-
 bool ReadTiffExif(const TiffByteSource& source, bool le, std::uint32_t offset, TiffExif* exif) {
     TiffDirectory dir;
     if (!ReadTiffDirectory(source, le, offset, &dir))
@@ -307,7 +303,7 @@ bool ReadTiffExif(const TiffByteSource& source, bool le, std::uint32_t offset, T
         const int index = TiffExifIndex(e.tag);
         if (index < 0 || e.count == 0)
             continue;
-        if (TiffRationalValue* r = RationalOf(x, e.tag)) {
+        if (TiffRationalValue* r = ExifRational(x, e.tag)) {
             if (e.type != TiffRational && e.type != TiffSRational)
                 continue; // a value of another kind is not this field
             std::vector<std::uint8_t> b;
@@ -315,20 +311,20 @@ bool ReadTiffExif(const TiffByteSource& source, bool le, std::uint32_t offset, T
                 return false;
             r->numerator = TiffU32(b.data(), le);
             r->denominator = TiffU32(b.data() + 4, le);
-        } else if (std::uint16_t* s = ShortOf(x, e.tag)) {
+        } else if (std::uint16_t* s = ExifShort(x, e.tag)) {
             std::vector<std::uint32_t> v;
             if (e.type != TiffShort && e.type != TiffLong && e.type != TiffByte)
                 continue;
             if (!ReadTiffEntryUInts(source, le, e, 1, &v) || v.empty())
                 return false;
             *s = static_cast<std::uint16_t>(v[0]);
-        } else if (std::uint8_t* four = FourBytesOf(x, e.tag)) {
+        } else if (std::uint8_t* four = ExifFourBytes(x, e.tag)) {
             std::vector<std::uint8_t> b;
             if (!ReadTiffEntryBytes(source, e, 4, &b))
                 return false;
             std::memset(four, 0, 4);
             std::memcpy(four, b.data(), b.size());
-        } else if (char* text = TextOf(x, e.tag)) {
+        } else if (char* text = ExifText(x, e.tag)) {
             std::vector<std::uint8_t> b;
             if (!ReadTiffEntryBytes(source, e, 20, &b))
                 return false;

@@ -156,6 +156,20 @@ struct TiffExifTag {
 };
 extern const TiffExifTag kTiffExifTags[24];
 
+/// The field of an Exif record that a tag names, by value class; null (or 0) for a tag of
+/// another class. Reader and writer both go through these.
+TiffRationalValue* ExifRational(TiffExif& x, std::uint16_t tag);
+std::uint16_t* ExifShort(TiffExif& x, std::uint16_t tag);
+std::uint8_t* ExifFourBytes(TiffExif& x, std::uint16_t tag);
+char* ExifText(TiffExif& x, std::uint16_t tag);
+inline const TiffRationalValue* ExifRational(const TiffExif& x, std::uint16_t tag) {
+    return ExifRational(const_cast<TiffExif&>(x), tag);
+}
+inline std::uint16_t ExifShortValue(const TiffExif& x, std::uint16_t tag) {
+    const std::uint16_t* v = ExifShort(const_cast<TiffExif&>(x), tag);
+    return v ? *v : 0;
+}
+
 /// Index of an Exif tag in kTiffExifTags, or -1.
 int TiffExifIndex(std::uint16_t tag);
 

@@ -150,58 +150,6 @@ void PutRational(std::vector<std::uint8_t>& b, const TiffRationalValue& r) {
     Put32(b, r.denominator);
 }
 
-const TiffRationalValue* RationalField(const TiffExif& x, std::uint16_t tag) {
-    switch (tag) {
-    case 33434:
-        return &x.exposureTime;
-    case 33437:
-        return &x.fNumber;
-    case 37377:
-        return &x.shutterSpeedValue;
-    case 37378:
-        return &x.apertureValue;
-    case 37380:
-        return &x.exposureBiasValue;
-    case 37381:
-        return &x.maxApertureValue;
-    case 37386:
-        return &x.focalLength;
-    case 41486:
-        return &x.focalPlaneXResolution;
-    case 41487:
-        return &x.focalPlaneYResolution;
-    default:
-        return nullptr;
-    }
-}
-
-std::uint16_t ShortField(const TiffExif& x, std::uint16_t tag) {
-    switch (tag) {
-    case 34850:
-        return x.exposureProgram;
-    case 34855:
-        return x.isoSpeedRatings;
-    case 37385:
-        return x.flash;
-    case 40961:
-        return x.colorSpace;
-    case 41488:
-        return x.focalPlaneResolutionUnit;
-    case 41495:
-        return x.sensingMethod;
-    case 41985:
-        return x.customRendered;
-    case 41986:
-        return x.exposureMode;
-    case 41987:
-        return x.whiteBalance;
-    case 41990:
-        return x.sceneCaptureType;
-    default:
-        return 0;
-    }
-}
-
 const std::uint8_t* BytesField(const TiffExif& x, std::uint16_t tag) {
     switch (tag) {
     case 36864:
@@ -229,7 +177,7 @@ bool WriteExif(Writer& w, const TiffExif& x, std::uint32_t* offset) {
             continue;
         std::vector<std::uint8_t> b;
         if (t.type == TiffRational) {
-            PutRational(b, *RationalField(x, t.tag));
+            PutRational(b, *ExifRational(x, t.tag));
         } else if (t.type == TiffAscii) {
             const std::uint8_t* s = BytesField(x, t.tag);
             b.assign(s, s + 20);
@@ -251,7 +199,7 @@ bool WriteExif(Writer& w, const TiffExif& x, std::uint32_t* offset) {
             continue;
         std::vector<std::uint8_t> e;
         if (t.type == TiffShort)
-            e = Entry(t.tag, t.type, 1, ShortField(x, t.tag));
+            e = Entry(t.tag, t.type, 1, ExifShortValue(x, t.tag));
         else if (t.type == TiffUndefined)
             e = Entry(t.tag, t.type, 4, 0, BytesField(x, t.tag));
         else
