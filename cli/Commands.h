@@ -19,5 +19,6 @@ int RunInfo(const std::vector<std::string>& args);
 int RunFilter(const std::vector<std::string>& args);
 int RunConvert(const std::vector<std::string>& args);
 int RunRaw(const std::vector<std::string>& args);
+int RunProject(const std::vector<std::string>& args);
 
 } // namespace astrivelle::cli

@@ -8,6 +8,7 @@
 #include "cli/FileLoop.h"
 #include "engine/Image.h"
 #include "engine/ProcessStructure.h"
+#include "engine/workbench/Project.h"
 #include "fileio/SaveType.h"
 
 namespace astrivelle::cli {
@@ -16,6 +17,8 @@ namespace {
 
 const char* kFilterHelp =
     "usage: astrivelle-cli filter [--op NAME --params TEXT]... [--prefix P] [--save-type KW]\n"
+    "                             -o DIR FILE...\n"
+    "       astrivelle-cli filter --project FILE.qxj [--prefix P] [--save-type KW]\n"
     "                             -o DIR FILE...\n\n"
     "For each FILE: read it, apply each recorded operator in order (as a history replays it),\n"
     "and write DIR/P + name. A failing operator ends that file with \"Error filtering \" and its\n"
@@ -24,6 +27,9 @@ const char* kFilterHelp =
     "                  --params)\n"
     "  --params TEXT   its parameter text, e.g. \"Operation: Add#Constant: 100.000#Threshold\n"
     "                  Min: 0#Threshold Max: 65535#Feather Range: 0#\"\n"
+    "  --project F     the commands of a saved project (all steps after its initial image)\n"
+    "                  instead of --op; a colour project takes colour files only, a\n"
+    "                  monochrome one monochrome files only, the others fail\n"
     "  --prefix P      output name prefix (default FF_)\n"
     "  --save-type KW  SAMEASINPUT (default), COMPFIT, UNCOMPFIT, COMPFIT32, UNCOMPFIT32,\n"
     "                  TIFF16, UNCOMPTIF\n"
@@ -59,7 +65,7 @@ bool BuildRecords(const Arguments& args, std::vector<CProcessStructure>* records
 int RunFilter(const std::vector<std::string>& argv) {
     Arguments args;
     std::string error;
-    if (!ParseArguments(argv, {"--op", "--params", "--prefix", "--save-type", "-o"},
+    if (!ParseArguments(argv, {"--op", "--params", "--project", "--prefix", "--save-type", "-o"},
                         {"--help", "--quiet"}, &args, &error))
         return Usage(error);
     if (args.Has("--help")) {
@@ -69,6 +75,9 @@ int RunFilter(const std::vector<std::string>& argv) {
     std::vector<CProcessStructure> records;
     if (!BuildRecords(args, &records, &error))
         return Usage(error);
+    const std::string project = args.Value("--project");
+    if (!project.empty() && !records.empty())
+        return Usage("--project and --op can't be combined");
     const std::string outDir = args.Value("-o");
     if (outDir.empty())
         return Usage("-o DIR is required");
@@ -78,6 +87,12 @@ int RunFilter(const std::vector<std::string>& argv) {
     const std::string saveType = args.Value("--save-type", "SAMEASINPUT");
     if (!IsKnownSaveType(saveType))
         return Usage("unknown save type " + saveType);
+    // A project's commands come with the colour model they were made on.
+    std::string colorModel;
+    if (!project.empty() && !ReadProjectCommands(project, &records, &colorModel, &error)) {
+        PrintFailure(error);
+        return ExitFailed;
+    }
 
     FileLoop loop;
     loop.files = args.files;
@@ -86,7 +101,16 @@ int RunFilter(const std::vector<std::string>& argv) {
     loop.saveType = saveType;
     loop.quiet = args.Has("--quiet");
     loop.failureText = "Error filtering ";
-    loop.change = [&records](Image& img, std::string* why) {
+    loop.change = [&records, &colorModel](Image& img, std::string* why) {
+        // COLORonly / MONOonly: files of the other model are not in the selection.
+        if (colorModel == "COLOR" && img.colorType != ColorRGB) {
+            *why = "the project's commands take colour images only (COLORonly)";
+            return false;
+        }
+        if (colorModel == "MONO" && img.colorType == ColorRGB) {
+            *why = "the project's commands take monochrome images only (MONOonly)";
+            return false;
+        }
         for (const CProcessStructure& record : records)
             if (!img.ApplyCommand(record, nullptr, nullptr, nullptr, why))
                 return false;

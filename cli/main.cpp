@@ -16,6 +16,7 @@ const std::vector<Command>& AllCommands() {
         {"filter", "apply recorded operators to files and write the results", RunFilter},
         {"convert", "write image files in another format", RunConvert},
         {"raw", "decode camera raw files", RunRaw},
+        {"project", "render a saved project's history or print its report", RunProject},
     };
     return commands;
 }

@@ -4,6 +4,7 @@
 /// every operator shares. Operator families declare their members here, grouped, and define
 /// them in their own files under operators/ or the subsystem folders.
 #pragma once
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -20,6 +21,7 @@ class CDib;
 struct CProcessStructure;
 struct ImageHeader; // the SBIG file attribute record, owned by the SBIG reader
 struct TiffInfo;    // the TIFF tags carried from a read to the next write (fileio/Tiff.h)
+enum class BlendStep : int; // blend only, blend through the mask, show the mask (engine/Blend.h)
 
 /// Format of the file an image came from or goes to.
 enum ImageFileKind : std::int32_t {
@@ -283,6 +285,21 @@ public:
     bool ApplyCommand(const CProcessStructure& record, const void* customFilter,
                       const void* customPsf, IProgress* progressOwner,
                       std::string* error = nullptr);
+
+    // ---- blend, opacity and mask (engine/Blend.cpp) --------------------------------------
+    /// Blends the pure operator result in the current planes (the layer C) with the step's
+    /// input in the previous planes (the base P) and writes the outcome to the current planes.
+    /// `red`, `green`, `blue` select the channels by slot; a monochrome image passes its slot's
+    /// planes with that flag set and null for the others. `blendMode` 0..31 (24 and above need
+    /// all three planes of an RGB image); `maskPlane` is the already loaded mask file (width *
+    /// height samples on the 0..65535 scale), read only when `luminanceMask` is false and the
+    /// step is ApplyMask or ShowMask. False, with nothing written, when the mask can't be
+    /// allocated, the mode is out of range or needs colour, or a needed plane is missing.
+    bool BlendMask(bool red, bool green, bool blue, const float* prevR, float* curR,
+                   const float* prevG, float* curG, const float* prevB, float* curB,
+                   BlendStep mode, std::int32_t blendMode, double opacity,
+                   std::uint32_t maskLevel, const std::array<double, 48>& maskSurface,
+                   const float* maskPlane, bool luminanceMask, bool keepUnselected);
 
     // ---- Pixel Math (operators/masks/) ---------------------------------------------------
     void PixelAdd(bool pending, float* prev, float* cur, double constant, int applyMin,

@@ -19,6 +19,9 @@ public:
     virtual void Message(const std::string& text, const std::string& title = {}) {}
     /// A Yes/No (or Yes/No/Cancel) question.
     virtual Answer Ask(const std::string& text, bool withCancel = false) { return Answer::No; }
+    /// A folder picker with the given title. `folder` holds the start folder on entry and the
+    /// chosen folder on return; false when nothing was chosen (the default).
+    virtual bool ChooseFolder(const std::string& title, std::string* folder) { return false; }
     /// The caption of the window showing an image.
     virtual void SetCaption(const std::string& caption) {}
     virtual void SetWaitCursor(bool on) {}
@@ -28,6 +31,17 @@ public:
     virtual void HistoryChanged() {}
     /// The planes of an image changed: refill its display bitmap and readouts.
     virtual void ImageChanged() {}
+    /// Process history: opens the tool of `operation` (restoring or focusing it), loads the
+    /// parameter text into it with the tool's own parse, and presses its Apply when `apply`
+    /// is set. True when a tool took the step; false (the default, and for operators without
+    /// a tool) lets the engine replay the step itself when `apply` is set.
+    virtual bool ShowTool(const std::string& operation, const std::string& parameters,
+                          bool apply) {
+        return false;
+    }
+    /// Process history: true when the tool of `operation` is open with its Apply disabled,
+    /// i.e. it is running and a forward step of that operator must wait.
+    virtual bool ToolBusy(const std::string& operation) { return false; }
     virtual void Beep() {}
 };
 

@@ -2,6 +2,7 @@
 /// \file The operator gate, the operator skeleton and the guards of an open image.
 #include "engine/ProcessWindow.h"
 
+#include "engine/Blend.h"
 #include "engine/ImageHeader.h"
 #include "engine/OperatorNames.h"
 
@@ -125,11 +126,18 @@ bool CProcessWindow::RunOperator(const std::string& name, const std::string& par
     bool ok = work(pending);
 
     if (ok && blendActive) {
-        const std::string mode = local.applyMask ? "ApplyMask" : "BlendOnly";
-        if (!blender)
-            notify().Message("Blend, opacity and mask are not available in this version.");
-        else if (!blender->Blend(*this, local, mode))
-            notify().Message("No memory for blend or mask mode.");
+        // The pure result goes to the work rows, then the blend overwrites the current
+        // planes; on failure the unblended result stays.
+        const BlendStep step = local.applyMask ? BlendStep::ApplyMask : BlendStep::BlendOnly;
+        if (blender) {
+            if (!blender->Blend(*this, local, BlendStepWord(step)))
+                notify().Message("No memory for blend or mask mode.");
+        } else {
+            // Without a blender no file is read here: flat and surface masks only.
+            BlendFailure why = BlendFailure::None;
+            if (!BlendRecord(image, local, step, nullptr, BlendWork::SaveCurrent, &why))
+                notify().Message(BlendFailureText(why));
+        }
     }
     notify().ImageChanged();
     opRunning = false;

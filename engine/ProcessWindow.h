@@ -26,7 +26,8 @@ public:
 };
 
 /// Blends the pure operator result with the step's input (blend mode, opacity, mask). Provided
-/// by the history subsystem; without one an active blend is reported as not available.
+/// by the workbench, which can read mask files; without one the operator skeleton blends by
+/// itself (BlendRecord, engine/Blend.h) with flat and surface masks, and refuses a mask file.
 class IBlender {
 public:
     virtual ~IBlender() = default;
@@ -74,6 +75,111 @@ public:
 
     /// Channels that per-channel operators apply to on an RGB image (main window selection).
     bool channelSelect[3] = {true, true, true};
+
+    // ---- Main window: role flags, temporary files, closing (engine/workbench/MainWindow*) ----
+    // Every flag is set by the tool or job that takes the role and cleared by it. The targets
+    // above stand for: isCombineImagesCombination the Combine Images combination,
+    // isCombineLRGBTarget the Combine Channel target, isCombineBayerTarget the Combine Bayer
+    // CFA target, isImageMathTarget the Image Math target.
+    bool closeLocked = false;         ///< the user's own lock against closing
+    bool videoSource = false;         ///< the image of the video display
+    bool cropFilesUse = false;        ///< preview of Crop Files
+    bool alignTsrFilesUse = false;    ///< preview of Align (translate, scale, rotate) Files
+    bool alignPlanetFilesUse = false; ///< preview of Align Planet (auto align) Files
+    bool blinkFilesUse = false;       ///< preview of Blink Files
+    bool gradeFilesUse = false;       ///< preview of Grade Files
+    bool convertFilesUse = false;     ///< preview of Convert Files
+    bool imageMathSource = false;
+    bool combineImagesSource = false;
+    bool combineImagesMask = false;
+    bool combineImagesGrayMask = false;
+    bool combineChannelSource = false;
+    bool combineFrequencySource = false;
+    bool combineCfaSource = false;
+    bool mixLrgbSource = false;
+    bool timeSequenceSource = false;
+    bool alignSource = false;
+    bool keepFiles = false;        ///< a project names the files: none is deleted on close
+    bool placeholderImage = false; ///< made because a project's origin image was missing
+    /// Step and filter files (and other temporary files) of this image, deleted on close.
+    std::vector<std::string> tempFiles;
+    /// Files a saved project names; they survive the deletion of temporary files.
+    std::vector<std::string> keptFiles;
+    /// The closing rules of the window's own close, in order: false with the first text
+    /// that holds shown through notify().
+    bool CloseQuery();
+
+    // ---- Project files (engine/workbench/Project*) -----------------------------------------
+    /// The user comment of the project's report.
+    std::string projectComment;
+    /// The main window's list of kept project files, when a main window owns this image;
+    /// SaveProject adds the saved paths to it as to keptFiles.
+    std::vector<std::string>* mainKeptFiles = nullptr;
+    /// Writes the history as the project `path` (.qxj) and its report (.txt). `finalName`
+    /// names the final image in the report; the last three are "Y" or "N". With images, the
+    /// files the records name are copied into the project's folder first. Failures are told
+    /// through notify() with their fixed texts; false then.
+    bool SaveProject(const std::string& path, const std::string& finalName,
+                     const std::string& withCommands, const std::string& withImages,
+                     const std::string& withText);
+
+    // ---- Process history: undo, redo, commands (engine/workbench/History*, StepFile*) -------
+    // Each step's state lies in a step file next to the image (`M31$1.fit`); only the shown
+    // state and its input are in planes. tempFiles (above) lists this image's step files.
+    /// The main window's list of every temporary file of the run, when a main window owns
+    /// this image: step and filter files are added to it as to tempFiles.
+    std::vector<std::string>* mainTempFiles = nullptr;
+    /// The command clipboard shared by all images (the main window's), or null for the one
+    /// of the process, SharedCommandClipboard() (engine/workbench/CommandClipboard.h).
+    std::vector<CProcessStructure>* copiedCommands = nullptr;
+    /// Set while forward processing runs a step at a tick: a busy image is waited for quietly.
+    bool quietForward = false;
+    /// The step files whose pixels the current and previous planes hold unchanged (empty when
+    /// unknown), trusted only while stepDirty is clear and filePath names curPlanesFile: undo
+    /// and redo then take a state from the planes instead of reading it again.
+    std::string curPlanesFile;
+    std::string prevPlanesFile;
+    /// The statistics (red, green, blue, value) of the previous planes, kept from when they
+    /// were shown, so that taking them back costs no new pass; valid with prevPlanesFile.
+    ChannelStats prevPlanesStats[4];
+    bool prevPlanesStatsValid = false;
+    /// Writes the shown state to its step file if it is not in one yet (and the pure result,
+    /// if work rows hold one, to its filter file); false when the write failed, told through
+    /// notify(). The origin step (step 0) is its own file.
+    bool SaveStepImage();
+    /// Reads a step file into the current planes (`which` "CUR") or the previous ones ("PREV").
+    bool LoadStepImage(const std::string& path, const std::string& which);
+    /// Reads a step's pure result into the work rows and checks its mask file.
+    bool LoadStepFilter(const std::string& filterPath, const std::string& maskPath);
+    /// Shows the state of a step (`apply` false) or runs it again (`apply` true), with its
+    /// tool shown through notify().ShowTool when `showTool` is set.
+    bool ReprocessCommand(const std::string& operation, const std::string& prevFile,
+                          const std::string& curFile, const std::string& parameters, bool apply,
+                          bool showTool, const std::string& filterFile,
+                          const std::string& maskFile);
+    /// Show the step before / after the shown one, or the step `index`. False when nothing
+    /// was shown (at the ends, refused, or the step's file could not be read).
+    bool Undo();
+    bool Redo();
+    bool GoToStep(int index);
+    /// Runs the step after the shown one again on the shown state (forward processing).
+    bool NextCommand();
+    /// Runs every step after the shown one, `intervalMs` apart (2000 in the desktop; 0 runs
+    /// them back to back), waiting while the image is busy. A cancel request on `cancel` asks
+    /// "Cancel Forward Processing?"; texts of the run go to its status. True when the last
+    /// step was reached.
+    bool AllCommands(int intervalMs = 2000, IProgress* cancel = nullptr);
+    /// The command list's editing: rows by index, row 0 is the origin.
+    bool CopyCommands(const std::vector<int>& selection);
+    bool CutCommands(const std::vector<int>& selection);
+    bool PasteCommands(int afterIndex);
+    bool DeleteCommands(const std::vector<int>& selection);
+    /// Blends the shown step again with new blend values: `values` when given, else those of
+    /// the history view, else the record's own.
+    bool ReapplyBlend(bool maskChanged, const CProcessStructure* values = nullptr);
+    /// Drops the history: deletes this image's step and filter files (all of tempFiles unless
+    /// keepFiles is set or keptFiles names them) and empties the list of records.
+    void DropHistory();
 
     // Seams filled by the history subsystem and the front end.
     IStepStore* stepStore = nullptr;

@@ -116,15 +116,32 @@ TEST(PendingSequence, ReplacingStepTakesTheNextEntryAndItsBlendValues) {
     EXPECT_FALSE(w.replacingStep);
 }
 
-TEST(PendingSequence, ActiveBlendWithoutBlenderSaysSo) {
+TEST(PendingSequence, ActiveBlendWithoutBlenderBlendsTheRepeatedStep) {
     OpenImage o;
     CProcessWindow& w = o.window;
     ASSERT_TRUE(w.PixelMathAdd(false, 10, 0, 65535, 0));
+    EXPECT_EQ(w.image.workRows[0], nullptr) << "no blend values: no work rows";
     w.history[1].opacity = 0.5; // as the history tool would set it
     ASSERT_TRUE(w.PixelMathAdd(false, 20, 0, 65535, 0));
-    ASSERT_FALSE(o.notify.messages.empty());
-    EXPECT_EQ(o.notify.messages.back(),
-              "Blend, opacity and mask are not available in this version.");
+    EXPECT_TRUE(o.notify.messages.empty());
+    // Input 1000 + x + y, pure result +20, half opacity: +10; the work rows keep the pure
+    // result and the previous planes the input.
+    for (int y = 0; y < 3; ++y)
+        for (int x = 0; x < 4; ++x) {
+            EXPECT_FLOAT_EQ(w.image.curPlane[0][y * 4 + x], 1010 + x + y);
+            EXPECT_FLOAT_EQ(w.image.prevPlane[0][y * 4 + x], 1000 + x + y);
+            ASSERT_NE(w.image.workRows[0], nullptr);
+            EXPECT_FLOAT_EQ(w.image.workRows[0][y][x], 1020 + x + y);
+        }
+
+    // A mask file needs a blender that reads it: the result stays unblended, with a text.
+    w.history[1].luminanceMask = 0;
+    w.history[1].maskFile = "/nowhere/mask.fit";
+    ASSERT_TRUE(w.PixelMathAdd(false, 30, 0, 65535, 0));
+    ASSERT_EQ(o.notify.messages.size(), 1u);
+    EXPECT_EQ(o.notify.messages[0],
+              "The image mask file can't be read here; the result is left unblended.");
+    EXPECT_FLOAT_EQ(w.image.curPlane[0][0], 1030);
 }
 
 TEST(Guards, FirstHoldingGuardWinsInOrder) {

@@ -95,15 +95,29 @@ TEST(Replay, AFailingRecordKeepsEarlierResults) {
     EXPECT_FLOAT_EQ(img.curPlane[0][3], 505);
 }
 
-TEST(Replay, ActiveBlendIsReportedNotIgnored) {
+TEST(Replay, ActiveBlendIsAppliedNotIgnored) {
     Image img;
-    MakeImage(img, 2, 2, ColorGray, [](int, int, int) { return 500.0; });
+    MakeImage(img, 2, 2, ColorGray, [](int, int x, int y) { return 500.0 + 10 * x + 100 * y; });
     CProcessStructure r;
     r.operation = "Pixel Math";
     r.parameters =
-        "Operation: Add#Constant: 5.000#Threshold Min: 0#Threshold Max: 65535#Feather Range: 0#";
-    r.opacity = 0.5;
+        "Operation: Add#Constant: 8.000#Threshold Min: 0#Threshold Max: 65535#Feather Range: 0#";
+    r.opacity = 0.25;
     std::string error;
-    EXPECT_FALSE(img.ApplyCommand(r, nullptr, nullptr, nullptr, &error));
-    EXPECT_EQ(error, "Blend, opacity and mask are not available in this version.");
+    ASSERT_TRUE(img.ApplyCommand(r, nullptr, nullptr, nullptr, &error)) << error;
+    // A quarter of the +8: +2 on every pixel; the pure result waits in the work rows.
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 2; ++x) {
+            EXPECT_FLOAT_EQ(img.curPlane[0][y * 2 + x], 502 + 10 * x + 100 * y);
+            ASSERT_NE(img.workRows[0], nullptr);
+            EXPECT_FLOAT_EQ(img.workRows[0][y][x], 508 + 10 * x + 100 * y);
+        }
+
+    // A mask file that can't be read fails the record with the mask text.
+    Image other;
+    MakeImage(other, 2, 2, ColorGray, [](int, int, int) { return 500.0; });
+    r.luminanceMask = 0;
+    r.maskFile = "/nowhere/mask.fit";
+    EXPECT_FALSE(other.ApplyCommand(r, nullptr, nullptr, nullptr, &error));
+    EXPECT_EQ(error, "Error reading image mask file.");
 }

@@ -29,11 +29,21 @@ public:
     std::vector<std::string> captions;
     std::vector<std::string> questions;
     Answer answer = Answer::No;
+    /// The folder a folder picker answers with; empty answers nothing was chosen.
+    std::string folderAnswer;
+    std::vector<std::string> folderTitles;
     int historyChanges = 0;
     void Message(const std::string& text, const std::string&) override { messages.push_back(text); }
     Answer Ask(const std::string& text, bool) override {
         questions.push_back(text);
         return answer;
+    }
+    bool ChooseFolder(const std::string& title, std::string* folder) override {
+        folderTitles.push_back(title);
+        if (folderAnswer.empty())
+            return false;
+        *folder = folderAnswer;
+        return true;
     }
     void SetCaption(const std::string& c) override { captions.push_back(c); }
     void HistoryChanged() override { ++historyChanges; }
