@@ -13,6 +13,7 @@ packages=(
   ocl-icd-opencl-dev opencl-headers
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang-format
+  qt6-base-dev qt6-qpa-plugins
   clang-14 libclang-rt-14-dev
 )
 

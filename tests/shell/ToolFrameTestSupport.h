@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file A small desktop context for tool tests: a recording notifier, a workbench model, a
+/// parent widget and settings, with one QApplication for the test program.
+#pragma once
+// The engine first: its parallel headers use words that Qt defines as macros.
+#include "TestSupport.h"
+#include "engine/SetupParams.h"
+#include "engine/workbench/MainWindow.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QPushButton>
+#include <QWidget>
+
+#include <string>
+#include <vector>
+
+#include "shell/ShellContext.h"
+#include "shell/ToolFrame.h"
+
+namespace astrivelle::test {
+
+/// The test program's one application object (offscreen unless a platform is set).
+inline QApplication& ToolTestApp() {
+    if (auto* app = qobject_cast<QApplication*>(QCoreApplication::instance()))
+        return *app;
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    static int argc = 1;
+    static char name[] = "test_shell";
+    static char* argv[] = {name, nullptr};
+    static QApplication app(argc, argv);
+    return app;
+}
+
+class ToolTestShell : public ShellContext {
+    struct AppFirst {
+        AppFirst() { ToolTestApp(); }
+    } appFirst_; // before any widget member
+
+public:
+    ScratchDir dir;
+    RecordingNotify notify;
+    CMainWindow model{&notify};
+    CSetupParams setup;
+    std::vector<CProcessWindow*> changed;
+
+    ToolTestShell() {
+        model.lastFolder = dir.path().string();
+        model.maxOpenImages = 20;
+        model.setupPath = dir.file("QXSP600.qxp");
+        main_.resize(800, 600);
+    }
+    ~ToolTestShell() override { ToolFrame::CloseAll(); }
+
+    CMainWindow& Model() override { return model; }
+    QWidget* MainWidget() override { return &main_; }
+    CProcessWindow* ActiveImage() override { return model.ActiveImage(); }
+    void ImageChanged(CProcessWindow* image) override { changed.push_back(image); }
+    CSetupParams& Setup() override { return setup; }
+
+    /// A mono (or RGB) image whose sample at (x, y) of slot s is fill(s, x, y).
+    template <class Fn> CProcessWindow* MakeImage(int w, int h, bool color, Fn fill) {
+        CProcessWindow* window = model.NewImage(w, h, color, 0.0f);
+        if (!window)
+            return nullptr;
+        Image& img = window->image;
+        for (int s : img.Slots())
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x)
+                    img.curPlane[s][y * w + x] = img.prevPlane[s][y * w + x] =
+                        static_cast<float>(fill(s, x, y));
+        img.ComputeStatistics();
+        return window;
+    }
+
+    std::string LastMessage() const {
+        return notify.messages.empty() ? std::string() : notify.messages.back();
+    }
+
+private:
+    QWidget main_;
+};
+
+/// Clicks the child button with this object name; false when there is none or it is disabled.
+inline bool Press(QWidget* parent, const char* objectName) {
+    auto* button = parent->findChild<QPushButton*>(objectName);
+    if (!button || !button->isEnabled())
+        return false;
+    button->click();
+    return true;
+}
+
+/// The folder screenshots go to, created.
+inline QString ScreenshotFolder() {
+#ifdef ASTRIVELLE_SCREENSHOTS
+    const QString folder = ASTRIVELLE_SCREENSHOTS;
+#else
+    const QString folder = QDir::tempPath() + "/astrivelle-screenshots";
+#endif
+    QDir().mkpath(folder);
+    return folder;
+}
+
+} // namespace astrivelle::test
