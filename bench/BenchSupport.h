@@ -4,12 +4,14 @@
 #include <fitsio.h>
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "engine/Image.h"
+#include "engine/Parallel.h"
 
 namespace astrivelle::bench {
 
@@ -48,6 +50,42 @@ inline std::string MakeFits(const std::string& name, std::uint32_t colorType, bo
     img.fitsCompress = compress;
     img.WriteFile(path, KindFITS);
     return path;
+}
+
+/// A kWidth x kHeight RGB image with sky planes: the previous planes from seeds 3..5, the
+/// current planes from `currentSeed`..+2, or a copy of the previous ones when it is 0.
+inline void MakeRgbSky(Image& img, unsigned currentSeed) {
+    img.SetGeometryFits(KindFITS, ColorRGB, 0, Data16, kWidth, kHeight);
+    img.AllocatePlanes(1);
+    for (int s = 0; s < 3; ++s) {
+        FillSky(img.prevPlane[s], kWidth, kHeight, 3 + s);
+        if (currentSeed)
+            FillSky(img.curPlane[s], kWidth, kHeight, currentSeed + s);
+        else
+            std::memcpy(img.curPlane[s], img.prevPlane[s], sizeof(float) * img.pixelCount);
+    }
+}
+
+/// Bytes of the three planes of such an image.
+inline double RgbBytes() {
+    return 3.0 * kWidth * kHeight * sizeof(float);
+}
+
+/// The references: previous planes copied over current ones by one memcpy per plane, or by
+/// memcpy of row spans in parallel.
+inline void CopyPlanes(Image& img) {
+    for (int s = 0; s < 3; ++s)
+        std::memcpy(img.curPlane[s], img.prevPlane[s], sizeof(float) * img.pixelCount);
+}
+
+inline void CopyPlanesParallel(Image& img) {
+    const int w = img.width;
+    for (int s = 0; s < 3; ++s)
+        ParallelRows(img.height, [&](int y0, int y1) {
+            std::memcpy(img.curPlane[s] + static_cast<std::size_t>(y0) * w,
+                        img.prevPlane[s] + static_cast<std::size_t>(y0) * w,
+                        sizeof(float) * static_cast<std::size_t>(y1 - y0) * w);
+        });
 }
 
 } // namespace astrivelle::bench

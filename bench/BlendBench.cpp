@@ -18,20 +18,11 @@ namespace {
 Image& RgbImage() {
     static Image img;
     if (!img.curPlane[0]) {
-        img.SetGeometryFits(KindFITS, ColorRGB, 0, Data16, kWidth, kHeight);
-        img.AllocatePlanes(1);
-        for (int s = 0; s < 3; ++s) {
-            FillSky(img.prevPlane[s], kWidth, kHeight, 3 + s);
-            FillSky(img.curPlane[s], kWidth, kHeight, 11 + s);
-        }
+        MakeRgbSky(img, 11);
         img.AllocateWorkRows();
         img.SaveWork();
     }
     return img;
-}
-
-double Bytes() {
-    return 3.0 * kWidth * kHeight * sizeof(float);
 }
 
 /// One change of the blend values, as the history tool makes it: RestoreWork, BlendMask.
@@ -44,7 +35,7 @@ void Reblend(benchmark::State& state, CProcessStructure record, BlendStep step) 
         if (!BlendRecord(img, record, step, nullptr, BlendWork::RestoreSaved))
             state.SkipWithError("blend failed");
     }
-    state.SetBytesProcessed(static_cast<int64_t>(Bytes() * state.iterations()));
+    state.SetBytesProcessed(static_cast<int64_t>(RgbBytes() * state.iterations()));
 }
 
 void OpacityNormal(benchmark::State& state) {
@@ -78,28 +69,21 @@ void RestoreWorkOnly(benchmark::State& state) {
     Image& img = RgbImage();
     for (auto _ : state)
         img.RestoreWork();
-    state.SetBytesProcessed(static_cast<int64_t>(Bytes() * state.iterations()));
+    state.SetBytesProcessed(static_cast<int64_t>(RgbBytes() * state.iterations()));
 }
 
 void MemcpyPlanes(benchmark::State& state) {
     Image& img = RgbImage();
     for (auto _ : state)
-        for (int s = 0; s < 3; ++s)
-            std::memcpy(img.curPlane[s], img.prevPlane[s], sizeof(float) * img.pixelCount);
-    state.SetBytesProcessed(static_cast<int64_t>(Bytes() * state.iterations()));
+        CopyPlanes(img);
+    state.SetBytesProcessed(static_cast<int64_t>(RgbBytes() * state.iterations()));
 }
 
 void MemcpyPlanesParallel(benchmark::State& state) {
     Image& img = RgbImage();
-    const int w = img.width;
     for (auto _ : state)
-        for (int s = 0; s < 3; ++s)
-            ParallelRows(img.height, [&](int y0, int y1) {
-                std::memcpy(img.curPlane[s] + static_cast<std::size_t>(y0) * w,
-                            img.prevPlane[s] + static_cast<std::size_t>(y0) * w,
-                            sizeof(float) * static_cast<std::size_t>(y1 - y0) * w);
-            });
-    state.SetBytesProcessed(static_cast<int64_t>(Bytes() * state.iterations()));
+        CopyPlanesParallel(img);
+    state.SetBytesProcessed(static_cast<int64_t>(RgbBytes() * state.iterations()));
 }
 
 } // namespace

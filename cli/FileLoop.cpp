@@ -14,24 +14,6 @@ namespace astrivelle::cli {
 
 namespace fs = std::filesystem;
 
-const char* WriteFailureText(int kind) {
-    switch (kind) {
-    case KindTIFF:
-        return "Error writing TIFF image to disk.";
-    case KindJPEG:
-        return "Error writing JPEG image to disk.";
-    case KindSBIG:
-    case KindSBIGCompressed:
-        return "Error writing SBIG image to disk.";
-    case KindBMP:
-        return "Could Not Save image In A Windows 24 Bit BMP Format.";
-    case KindFITS:
-        return "Error writing image to disk.";
-    default:
-        return "File Type Is Not Defined, \nPossible Corrupt Object Or File.";
-    }
-}
-
 int RunFileLoop(const FileLoop& loop) {
     std::error_code ec;
     fs::create_directories(loop.outDir, ec);
@@ -71,15 +53,12 @@ int RunFileLoop(const FileLoop& loop) {
             ++failures;
             continue;
         }
-        // BMP names the file in its failure text.
         const std::string extension = ApplySaveType(img, loop.saveType, ExtensionOf(path));
         const std::string outName = loop.prefix + fs::path(path).stem().string() + extension;
         const std::string target = (fs::path(loop.outDir) / outName).string();
         if (!WriteImageSafely(img, target, img.fileType, loop.files, &why)) {
             progress.Finish();
-            std::string text = WriteFailureText(img.fileType);
-            if (img.fileType == KindBMP)
-                text = "Could Not Save " + outName + " In A Windows 24 Bit BMP Format.";
+            const std::string text = WriteFailureText(img.fileType, outName);
             const std::string detail = LastFileError();
             PrintFailure(text, detail.empty() ? why : why + ": " + detail);
             ++failures;

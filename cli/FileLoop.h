@@ -29,7 +29,4 @@ struct FileLoop {
 /// run was cancelled).
 int RunFileLoop(const FileLoop& loop);
 
-/// The fixed text of a failed write of the given file kind.
-const char* WriteFailureText(int kind);
-
 } // namespace astrivelle::cli

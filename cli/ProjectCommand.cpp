@@ -131,7 +131,8 @@ int RunRender(const Arguments& args) {
     std::string why;
     if (!WriteImageSafely(img, outFile, img.fileType, {window.filePath, project}, &why)) {
         const std::string detail = LastFileError();
-        PrintFailure(WriteFailureText(img.fileType), detail.empty() ? why : why + ": " + detail);
+        PrintFailure(WriteFailureText(img.fileType, fs::path(outFile).filename().string()),
+                     detail.empty() ? why : why + ": " + detail);
         return ExitFailed;
     }
     return ExitOk;

@@ -2,6 +2,8 @@
 /// \file Format dispatch: the extension decides how a file is read, the file kind how it is
 /// written. The contents of a file never change the choice.
 #include "fileio/FileDispatch.h"
+#include "fileio/Bmp.h"
+#include "fileio/Sbig.h"
 
 #include <algorithm>
 #include <string_view>
@@ -20,6 +22,24 @@ bool OneOf(const std::string& ext, std::initializer_list<std::string_view> list)
 }
 
 } // namespace
+
+std::string WriteFailureText(std::int32_t fileKind, const std::string& name) {
+    switch (fileKind) {
+    case KindFITS:
+        return "Error writing image to disk.";
+    case KindTIFF:
+        return "Error writing TIFF image to disk.";
+    case KindJPEG:
+        return "Error writing JPEG image to disk.";
+    case KindSBIG:
+    case KindSBIGCompressed:
+        return kSbigWriteErrorText;
+    case KindBMP:
+        return BmpSaveFailureText(name);
+    default:
+        return "File Type Is Not Defined, \nPossible Corrupt Object Or File.";
+    }
+}
 
 std::string LastFileError() {
     return lastFileError;

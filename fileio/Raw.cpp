@@ -3,6 +3,7 @@
 /// asked of it by the conversion keyword, turns the result into planes on the 0..65535 scale,
 /// names the mosaic, writes the camera's cards and hands the image to the writer.
 #include "fileio/Raw.h"
+#include "fileio/SaveType.h"
 
 #include <libraw/libraw.h>
 #include <libraw/libraw_internal.h>
@@ -33,17 +34,8 @@ constexpr std::array<RawConversionEntry, 4> kConversions{{
     {"BASICBAYER", "Bayer Basic Raw", true},
 }};
 
-constexpr std::array<RawSaveTypeEntry, 8> kRawSaveTypes{{
-    {"COMPFIT", KindFITS, Data16, 0, true, ".fit"},
-    {"UNCOMPFIT", KindFITS, Data16, 0, false, ".fit"},
-    {"COMPFIT32", KindFITS, DataFloat, 0, true, ".fit"},
-    {"UNCOMPFIT32", KindFITS, DataFloat, 0, false, ".fit"},
-    {"TIFF16", KindTIFF, 0, 16, false, ".tif"},
-    {"TIFF8", KindTIFF, 0, 8, false, ".tif"},
-    {"JPEG", KindJPEG, 0, 0, false, ".jpg"},
-    {"BMP", KindBMP, 0, 0, false, ".bmp"},
-}};
-constexpr std::size_t kTiff16 = 4;
+constexpr std::array<const char*, 8> kRawSaveTypes{
+    "COMPFIT", "UNCOMPFIT", "COMPFIT32", "UNCOMPFIT32", "TIFF16", "TIFF8", "JPEG", "BMP"};
 
 constexpr std::array<const char*, 11> kRawExtensions = {
     ".CRW", ".CR2", ".NEF", ".NRW", ".DCR", ".PEF", ".RAF", ".ORF", ".DNG", ".ARW", ".TIF"};
@@ -428,37 +420,21 @@ const RawConversionEntry* FindRawConversion(const std::string& keyword) {
     return nullptr;
 }
 
-std::span<const RawSaveTypeEntry> RawSaveTypes() {
+std::span<const char* const> RawSaveTypes() {
     return kRawSaveTypes;
 }
 
 bool IsRawSaveType(const std::string& keyword) {
     return std::any_of(kRawSaveTypes.begin(), kRawSaveTypes.end(),
-                       [&](const RawSaveTypeEntry& e) { return keyword == e.keyword; });
+                       [&](const char* k) { return keyword == k; });
 }
 
-const RawSaveTypeEntry& ResolveRawSaveType(const std::string& keyword) {
-    for (const RawSaveTypeEntry& e : kRawSaveTypes)
-        if (keyword == e.keyword)
-            return e;
-    return kRawSaveTypes[kTiff16];
+std::string ResolveRawSaveType(const std::string& keyword) {
+    return IsRawSaveType(keyword) ? keyword : "TIFF16";
 }
 
 std::string ApplyRawSaveType(Image& image, const std::string& keyword) {
-    const RawSaveTypeEntry& e = ResolveRawSaveType(keyword);
-    switch (e.fileKind) {
-    case KindFITS:
-        image.SetGeometryFits(KindFITS, image.colorType, 0, e.dataType, image.width, image.height);
-        image.fitsCompress = e.compress;
-        break;
-    case KindTIFF:
-        image.SetGeometryTiff(KindTIFF, image.colorType, 0, image.width, image.height, e.tiffBits);
-        break;
-    default:
-        image.SetGeometry(e.fileKind, image.colorType, 0, image.width, image.height);
-        break;
-    }
-    return e.extension;
+    return ApplySaveType(image, ResolveRawSaveType(keyword), {});
 }
 
 bool IsRawConversionExtension(const std::string& extension) {
@@ -473,7 +449,7 @@ bool RawOutputPath(const std::string& outputDir, const std::string& prefix,
     if (!IsRawConversionExtension(input.extension().string()))
         return false;
     const std::string name =
-        prefix + input.stem().string() + ResolveRawSaveType(saveType).extension;
+        prefix + input.stem().string() + FindSaveType(ResolveRawSaveType(saveType))->extension;
     *outputPath = (std::filesystem::path(outputDir) / name).string();
     return true;
 }

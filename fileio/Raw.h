@@ -40,25 +40,16 @@ std::span<const RawConversionEntry> RawConversions();
 /// The entry of a keyword (compared exactly), or nullptr.
 const RawConversionEntry* FindRawConversion(const std::string& keyword);
 
-/// One output keyword of the conversion.
-struct RawSaveTypeEntry {
-    const char* keyword;    ///< "COMPFIT", ..., "BMP"
-    std::int32_t fileKind;  ///< KindFITS, KindTIFF, KindJPEG or KindBMP
-    std::uint32_t dataType; ///< FITS sample type (0 for the other kinds)
-    std::uint32_t tiffBits; ///< TIFF bits per sample (0 for the other kinds)
-    bool compress;          ///< fitsCompress for the FITS keywords
-    const char* extension;  ///< ".fit", ".tif", ".jpg" or ".bmp"
-};
-
-/// "COMPFIT", "UNCOMPFIT", "COMPFIT32", "UNCOMPFIT32", "TIFF16", "TIFF8", "JPEG", "BMP".
-std::span<const RawSaveTypeEntry> RawSaveTypes();
+/// "COMPFIT", "UNCOMPFIT", "COMPFIT32", "UNCOMPFIT32", "TIFF16", "TIFF8", "JPEG", "BMP": the
+/// output keywords of the conversion, each standing for its row of the save-type table.
+std::span<const char* const> RawSaveTypes();
 
 /// True for a keyword of RawSaveTypes() (compared exactly). A front end checks its input with
 /// it: ApplyRawSaveType itself takes any other keyword as 16-bit TIFF.
 bool IsRawSaveType(const std::string& keyword);
 
-/// The entry a keyword stands for: its own, or "TIFF16" for a keyword the table does not know.
-const RawSaveTypeEntry& ResolveRawSaveType(const std::string& keyword);
+/// The keyword a conversion writes by: its own, or "TIFF16" for one the list does not know.
+std::string ResolveRawSaveType(const std::string& keyword);
 
 /// Sets the image's file kind, sample type, TIFF bits and compress flag by the keyword (width,
 /// height and colour type stay) and returns the extension of the output, with its dot.

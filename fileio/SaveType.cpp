@@ -27,27 +27,27 @@ constexpr std::array<SaveTypeEntry, 10> kSaveTypes{{
     {"BMP", KindBMP, 0, 0, -1, ".bmp", true},
 }};
 
-const SaveTypeEntry* Find(const std::string& keyword) {
+} // namespace
+
+const SaveTypeEntry* FindSaveType(const std::string& keyword) {
     for (const SaveTypeEntry& entry : kSaveTypes)
         if (keyword == entry.keyword)
             return &entry;
     return nullptr;
 }
 
-} // namespace
-
 std::span<const SaveTypeEntry> SaveTypes() {
     return kSaveTypes;
 }
 
 bool IsKnownSaveType(const std::string& keyword, bool conversion) {
-    const SaveTypeEntry* entry = Find(keyword);
+    const SaveTypeEntry* entry = FindSaveType(keyword);
     return entry && (conversion || !entry->conversionOnly);
 }
 
 std::string ApplySaveType(Image& image, const std::string& keyword,
                           const std::string& inputExtension) {
-    const SaveTypeEntry* entry = Find(keyword);
+    const SaveTypeEntry* entry = FindSaveType(keyword);
     if (!entry || !entry->extension)
         return inputExtension;
     if (entry->fileKind == KindFITS)

@@ -24,6 +24,9 @@ struct SaveTypeEntry {
 /// "SAMEASINPUT", "COMPFIT", "UNCOMPFIT", "COMPFIT32", "UNCOMPFIT32", "TIFF16", "UNCOMPTIF".
 std::span<const SaveTypeEntry> SaveTypes();
 
+/// The entry of a keyword (compared exactly), or nullptr.
+const SaveTypeEntry* FindSaveType(const std::string& keyword);
+
 /// True for a keyword of the table (compared exactly, case included).
 bool IsKnownSaveType(const std::string& keyword, bool conversion = false);
 

@@ -71,7 +71,7 @@ bool CMainWindow::WriteImage(CProcessWindow& window, const std::string& path, st
     const bool ok = WriteImageSafely(window.image, path, kind, {}, &error);
     window.fileOpBusy = wasBusy;
     if (!ok) {
-        notify().Message(StepWriteFailureText(kind, name));
+        notify().Message(WriteFailureText(kind, name));
         return false;
     }
     ForgetTempFile(path); // a file the user saved is no longer temporary

@@ -13,8 +13,7 @@
 #include <system_error>
 
 #include "engine/Image.h"
-#include "fileio/Bmp.h"
-#include "fileio/Sbig.h"
+#include "fileio/FileDispatch.h"
 
 namespace astrivelle {
 
@@ -59,24 +58,6 @@ std::string FreeStepFilePath(const std::string& folder, const std::string& stem,
     }
 }
 
-std::string StepWriteFailureText(std::int32_t fileKind, const std::string& name) {
-    switch (fileKind) {
-    case KindFITS:
-        return "Error writing image to disk.";
-    case KindTIFF:
-        return "Error writing TIFF image to disk.";
-    case KindJPEG:
-        return "Error writing JPEG image to disk.";
-    case KindSBIG:
-    case KindSBIGCompressed:
-        return kSbigWriteErrorText;
-    case KindBMP:
-        return BmpSaveFailureText(name);
-    default:
-        return "File Type Is Not Defined, \nPossible Corrupt Object Or File.";
-    }
-}
-
 namespace {
 
 /// Moves `from` to `to` unless `to` exists. 0 on success, else the errno (EEXIST when taken).
@@ -117,7 +98,7 @@ bool WriteStepFile(Image& image, StepFileKind kind, const std::string& folder,
         fs::remove(temp, ec);
         if (failText)
             *failText = filter ? std::string("Error writing image to disk.")
-                               : StepWriteFailureText(image.fileType, stem + ext);
+                               : WriteFailureText(image.fileType, stem + ext);
         return false;
     }
     for (int attempt = 0; attempt < 1000; ++attempt) {
@@ -133,7 +114,7 @@ bool WriteStepFile(Image& image, StepFileKind kind, const std::string& folder,
     fs::remove(temp, ec);
     if (failText)
         *failText = filter ? std::string("Error writing image to disk.")
-                           : StepWriteFailureText(image.fileType, stem + ext);
+                           : WriteFailureText(image.fileType, stem + ext);
     return false;
 }
 

@@ -52,9 +52,4 @@ bool WriteStepFile(Image& image, StepFileKind kind, const std::string& folder,
                    const std::string& stem, const std::string& extension, std::string* path,
                    std::string* failText);
 
-/// The ordinary save's failure text of a file kind: "Error writing image to disk." (FITS),
-/// "Error writing TIFF image to disk." and so on; "File Type Is Not Defined, \nPossible
-/// Corrupt Object Or File." for an unknown kind.
-std::string StepWriteFailureText(std::int32_t fileKind, const std::string& name);
-
 } // namespace astrivelle
