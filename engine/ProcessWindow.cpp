@@ -139,9 +139,8 @@ bool CProcessWindow::RunOperator(const std::string& name, const std::string& par
                 notify().Message(BlendFailureText(why));
         }
     }
-    notify().ImageChanged();
     opRunning = false;
-    AfterOperator();
+    AfterOperator(); // new statistics, then one refresh of the display and the readouts
     notify().SetWaitCursor(false);
     notify().SetCaption(keptCaption);
     return ok;
