@@ -37,7 +37,7 @@
 #include "shell/HistoryTool.h"
 #include "shell/ImageDialogs.h"
 #include "shell/ImageView.h"
-#include "shell/PixelMathTool.h"
+#include "shell/OperatorTools.h"
 #include "shell/PropertiesTool.h"
 #include "shell/QtNotify.h"
 #include "shell/SystemOptionsTool.h"
@@ -265,8 +265,22 @@ void MainFrame::BuildMenus() {
               QStringLiteral("actionConvertColorType"), &MainFrame::ConvertColorTypeDialog);
 
     QMenu* process = menuBar()->addMenu(QStringLiteral("&Process"));
-    AddAction(process, QStringLiteral("Pixel &Math..."), QStringLiteral("actionPixelMath"),
-              &MainFrame::ShowPixelMath);
+    std::map<QString, QMenu*> submenus;
+    for (const OperatorTool& tool : OperatorTools()) {
+        QMenu* menu = process;
+        if (!tool.submenu.isEmpty()) {
+            QMenu*& sub = submenus[tool.submenu];
+            if (!sub) {
+                sub = process->addMenu(tool.submenu);
+                sub->setObjectName(QStringLiteral("menu") + QString(tool.submenu).remove('&'));
+            }
+            menu = sub;
+        }
+        QAction* a = menu->addAction(tool.menuText);
+        a->setObjectName(tool.objectName);
+        auto show = tool.show;
+        connect(a, &QAction::triggered, this, [this, show] { show(*this); });
+    }
 
     QMenu* view = menuBar()->addMenu(QStringLiteral("&View"));
     AddAction(view, QStringLiteral("&Fit To Window"), QStringLiteral("actionFit"),
@@ -722,30 +736,26 @@ void MainFrame::AutoStretchToggled() {
 
 // ---- tools --------------------------------------------------------------------------------
 
-void MainFrame::ShowPixelMath() {
-    CPixelMath::Show(*this);
-}
-
 void MainFrame::ResetToolPositions() {
     ToolFrame::ResetPositions(*this);
 }
 
 bool MainFrame::ShowToolForHistory(const std::string& operation, const std::string& parameters,
                                    bool apply) {
-    if (operation == CPixelMath::kTitle) {
-        CPixelMath* tool = CPixelMath::Show(*this);
-        if (!tool || !tool->LoadParameters(parameters))
-            return false;
-        if (apply)
-            tool->Apply();
-        return true;
-    }
-    return false;
+    const OperatorTool* entry = FindOperatorTool(operation);
+    if (!entry)
+        return false;
+    ToolFrame* tool = entry->show(*this);
+    if (!tool || !entry->load(tool, operation, parameters))
+        return false;
+    if (apply)
+        tool->Apply();
+    return true;
 }
 
 bool MainFrame::ToolBusyFor(const std::string& operation) {
-    if (operation == CPixelMath::kTitle)
-        if (ToolFrame* tool = ToolFrame::Find(CPixelMath::kClassName))
+    if (const OperatorTool* entry = FindOperatorTool(operation))
+        if (ToolFrame* tool = ToolFrame::Find(entry->className))
             return tool->Busy();
     return false;
 }

@@ -115,7 +115,6 @@ private:
     void ZoomInActive();
     void ZoomOutActive();
     void AutoStretchToggled();
-    void ShowPixelMath();
     void ResetToolPositions();
 
     std::string setupPath_;

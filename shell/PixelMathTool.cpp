@@ -296,4 +296,17 @@ void CPixelMath::OnApply() {
     RefreshCaption();
 }
 
+OperatorTool PixelMathToolEntry() {
+    OperatorTool t;
+    t.operations = {CPixelMath::kTitle};
+    t.menuText = QStringLiteral("Pixel &Math...");
+    t.objectName = QStringLiteral("actionPixelMath");
+    t.className = CPixelMath::kClassName;
+    t.show = [](ShellContext& c) -> ToolFrame* { return CPixelMath::Show(c); };
+    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
+        return static_cast<CPixelMath*>(tool)->LoadParameters(parameters);
+    };
+    return t;
+}
+
 } // namespace astrivelle

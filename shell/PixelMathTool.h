@@ -6,6 +6,7 @@
 #include <string>
 
 #include "operators/Masks.h"
+#include "shell/OperatorTools.h"
 #include "shell/ToolFrame.h"
 
 class QCheckBox;
@@ -64,5 +65,8 @@ private:
     void SetLevelTop(int top);
     bool ApplyTo(CProcessWindow& window, const PixelMathParams& params);
 };
+
+/// The Process menu entry of the tool.
+OperatorTool PixelMathToolEntry();
 
 } // namespace astrivelle

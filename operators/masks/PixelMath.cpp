@@ -7,32 +7,12 @@
 #include "engine/Image.h"
 #include "engine/Parallel.h"
 #include "engine/ParamText.h"
+#include "operators/FilterSupport.h"
 #include "operators/Masks.h"
 
 namespace astrivelle {
 
 namespace {
-
-/// The range test and feather shared by all four forms. `lo`/`hi` are truncated to integers
-/// for the test; a pixel exactly at lo has weight 0, exactly at applyMin weight 1.
-struct ApplyRange {
-    int lo, hi, applyMin, applyMax, feather;
-    ApplyRange(int mn, int mx, int f)
-        : lo(mn - f), hi(mx + f), applyMin(mn), applyMax(mx), feather(f) {}
-
-    bool Outside(double p) const { return p < lo || p > hi; }
-
-    /// Weight of the full change at test value p (inside the range).
-    double Weight(double p) const {
-        if (feather != 0) {
-            if (p <= applyMin)
-                return (p - lo) / feather;
-            if (p >= applyMax)
-                return (hi - p) / feather;
-        }
-        return 1.0;
-    }
-};
 
 /// One plane. Written as selects rather than branches so that the row loop vectorises; the
 /// arithmetic is exactly that of the rule (a weight of 1 gives m itself).
