@@ -15,6 +15,7 @@ packages=(
   clang-format
   qt6-base-dev qt6-qpa-plugins
   clang-14 libclang-rt-14-dev
+  libopencv-core-dev libopencv-imgproc-dev
 )
 
 missing=()
