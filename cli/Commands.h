@@ -20,5 +20,9 @@ int RunFilter(const std::vector<std::string>& args);
 int RunConvert(const std::vector<std::string>& args);
 int RunRaw(const std::vector<std::string>& args);
 int RunProject(const std::vector<std::string>& args);
+int RunCalibrate(const std::vector<std::string>& args);
+int RunGain(const std::vector<std::string>& args);
+int RunBayer(const std::vector<std::string>& args);
+int RunCombine(const std::vector<std::string>& args);
 
 } // namespace astrivelle::cli

@@ -17,6 +17,13 @@ const std::vector<Command>& AllCommands() {
         {"convert", "write image files in another format", RunConvert},
         {"raw", "decode camera raw files", RunRaw},
         {"project", "render a saved project's history or print its report", RunProject},
+        {"calibrate", "apply master dark, flat, flat dark and bias frames to light frames",
+         RunCalibrate},
+        {"gain", "measure a camera's gain and read noise from two flats and two bias frames",
+         RunGain},
+        {"bayer", "interpolate or split colour filter mosaics", RunBayer},
+        {"combine", "combine image files into one (average, median, sigma, HDR add ...)",
+         RunCombine},
     };
     return commands;
 }

@@ -19,9 +19,10 @@ class INotify;
 class IProgress;
 class CDib;
 struct CProcessStructure;
-struct ImageHeader; // the SBIG file attribute record, owned by the SBIG reader
-struct TiffInfo;    // the TIFF tags carried from a read to the next write (fileio/Tiff.h)
+struct ImageHeader;         // the SBIG file attribute record, owned by the SBIG reader
+struct TiffInfo;            // the TIFF tags carried from a read to the next write (fileio/Tiff.h)
 enum class BlendStep : int; // blend only, blend through the mask, show the mask (engine/Blend.h)
+class CCustomPSF;           // a user's point spread function (operators/Restoration.h)
 
 /// Format of the file an image came from or goes to.
 enum ImageFileKind : std::int32_t {
@@ -72,6 +73,18 @@ struct ChannelStats {
     double stdDev = 0;
     double entropy = 0;
     double entropyRatio = 0;
+};
+
+/// One Micro Curves curve on the 0..255 scale: a black point, an ordered list of control
+/// points (two) and a white point. The defaults are the "Default" preset.
+struct MicroCurve {
+    struct Point {
+        std::int32_t x = 0;
+        std::int32_t y = 0;
+    };
+    std::int32_t blackX = 0, blackY = 0;
+    std::int32_t whiteX = 255, whiteY = 255;
+    std::vector<Point> points{{100, 100}, {155, 155}};
 };
 
 /// Arguments of Image::Scale.
@@ -280,6 +293,21 @@ public:
     bool ReadSBIG(const std::string& path, std::uint32_t colorType);
     bool WriteSBIG(const std::string& path, std::int32_t kind);
 
+    // ---- Bayer and CYGM colour arrays (calibration/Bayer*.cpp, Cygm.cpp) -----------------
+    /// Fills the three current planes of this RGB image, already sized (width - 2 by height
+    /// - 2 of the source, or half size with `buildRGBPixel`), from the mosaic `sourcePlane`
+    /// of `source`. `copyHeader` copies the source's header cards without EXTNAME.
+    bool BayerInterpolate(bool copyHeader, const std::string& cfaPattern, const Image& source,
+                          const float* sourcePlane, bool reduceGreenNoise, bool buildRGBPixel);
+    /// Makes this image the `splitColor` (2, 3 or 4) plane of the mosaic `source`; the save
+    /// type `keyword` picks FITS 16 bits, FITS float or (anything else) a 16-bit TIFF.
+    bool SplitBayerPlane(const Image& source, std::uint32_t splitColor,
+                         const std::string& cfaPattern, bool useSavedPlanes, bool averageGreen,
+                         const std::string& keyword);
+    /// Writes the given sets (any may be null) into this monochrome mosaic, times `scales`.
+    bool CombineBayerPlanes(const Image* red, const Image* green, const Image* blue,
+                            const double scales[3], const std::string& cfaPattern);
+
     // ---- replay (operators/) -------------------------------------------------------------
     /// Applies one recorded command to this image. `error` receives why it failed.
     bool ApplyCommand(const CProcessStructure& record, const void* customFilter,
@@ -296,10 +324,55 @@ public:
     /// step is ApplyMask or ShowMask. False, with nothing written, when the mask can't be
     /// allocated, the mode is out of range or needs colour, or a needed plane is missing.
     bool BlendMask(bool red, bool green, bool blue, const float* prevR, float* curR,
-                   const float* prevG, float* curG, const float* prevB, float* curB,
-                   BlendStep mode, std::int32_t blendMode, double opacity,
-                   std::uint32_t maskLevel, const std::array<double, 48>& maskSurface,
-                   const float* maskPlane, bool luminanceMask, bool keepUnselected);
+                   const float* prevG, float* curG, const float* prevB, float* curB, BlendStep mode,
+                   std::int32_t blendMode, double opacity, std::uint32_t maskLevel,
+                   const std::array<double, 48>& maskSurface, const float* maskPlane,
+                   bool luminanceMask, bool keepUnselected);
+
+    // ---- Stretches: Digital Development, ArcSinH, General Stretch (operators/tone/) --------
+    /// The plane's median level: a histogram of maxValue + 1 bins of the rounded levels
+    /// (0..65535), walked from 0 until the running count * 100 / N reaches 50.
+    std::uint32_t MedianLevelOfPlane(const float* plane) const;
+    /// Scale types and functions are the texts of their choice lists. The flags are the
+    /// channel selection: a single-plane colour type, or exactly one flag on RGB, runs the
+    /// one-plane form on that plane, anything else the three-plane form. False when cancelled.
+    bool ApplyArcSinH(bool pending, bool applyRed, bool applyGreen, bool applyBlue,
+                      const std::string& scaleType, double scale, double black, double white,
+                      int backgroundMin, double backgroundWeight, double power, double expand,
+                      double red, double green, double blue, IProgress* progress = nullptr);
+    /// `filterIndex` indexes the sharpening list ("None" 0 .. "Custom" 5); the custom weights
+    /// (customSize squared, row order) are read for "Custom" only. bkgMinAndBreakPoint holds
+    /// Background Min and Break-Point Highlights. False when a scratch plane cannot be had
+    /// (nothing changed then), when cancelled, or for a custom size other than 3, 5, 7, 9.
+    bool ApplyDigitalDevelopment(bool pending, int filterIndex, const double* customWeights,
+                                 int customSize, bool lowPass, const int bkgMinAndBreakPoint[2],
+                                 bool applyRed, bool applyGreen, bool applyBlue,
+                                 double backgroundWeight, double red, double green, double blue,
+                                 double strength, bool fixDefects, double scale, double black,
+                                 double white, const std::string& scaleType,
+                                 IProgress* progress = nullptr);
+    bool ApplyGeneralStretch(bool pending, bool applyRed, bool applyGreen, bool applyBlue,
+                             const std::string& scaleType, const std::string& stretchFunction,
+                             double scale, double black, double white, int backgroundMin,
+                             double backgroundWeight, double exponent, int outputWhite,
+                             int outputBlack);
+
+    // ---- Smoothing (operators/filters/) --------------------------------------------------
+    /// The window of the window filters, set by SetWindow: half size, side 2h + 1, count
+    /// side * side, and a weight table of count + 1 entries, all zero.
+    std::int32_t windowHalf = 0;
+    std::int32_t windowSide = 1;
+    std::int32_t windowCount = 1;
+    std::vector<double> windowWeights;
+    /// Its allocation failing is a small-buffer failure: the message, then the program ends.
+    void SetWindow(int halfSize);
+    /// One plane of a Smoothing step: filter type 1..9 (no 7) over a window of side
+    /// 2 * halfSize + 1 (set to the type's limit), mixed with the input by strength, apply
+    /// range and feather. `progress` may be null: nothing is then reported and nothing can
+    /// cancel. False when cancelled (the plane restored from prev) or out of memory, with the
+    /// status text told through `progress`.
+    bool Smooth(IProgress* progress, bool pending, float* prev, float* cur, int type, int halfSize,
+                double strength, int order, int applyMin, int applyMax, int feather);
 
     // ---- Pixel Math (operators/masks/) ---------------------------------------------------
     void PixelAdd(bool pending, float* prev, float* cur, double constant, int applyMin,
@@ -310,6 +383,54 @@ public:
                      int applyMax, int feather);
     void PixelMultiplyColor(bool pending, double constant, int applyMin, int applyMax, int feather);
     void PixelDivideColor(bool pending, double constant, int applyMin, int applyMax, int feather);
+
+    // ---- Unsharp Mask (operators/filters/UnsharpMask.cpp) ----------------------------------
+    /// One plane; `customWeights` holds (2r + 1)^2 entries in row order for the Custom filter.
+    /// False, with the plane as it was, when the weights can't be built.
+    bool UnsharpMask(bool pending, float* prev, float* cur, const double* customWeights, int radius,
+                     int variant, int filter, double backgroundWeight, int threshold,
+                     double strength, int applyMin, int applyMax, int feather,
+                     bool reduceArtifacts);
+
+    // ---- Iterative restoration (operators/filters/Restoration.cpp) -------------------------
+    /// One iteration on one plane; with `first` the estimate is taken from the current plane.
+    /// False, doing nothing, when the PSF can't be built.
+    bool RestoreIteration(float* estimate, float* scratch1, float* scratch2, bool pending,
+                          float* prev, float* cur, const CCustomPSF* customPsf, int type,
+                          int psfType, double relax, int halfSize, bool first, int applyMin,
+                          int applyMax, int feather, bool reduceArtifacts);
+    bool RestoreIterationAdaptive(float* estimate, float* scratch1, float* scratch2, bool pending,
+                                  float* prev, float* cur, const CCustomPSF* customPsf, int psfType,
+                                  double noiseThreshold, int halfSize, bool first, int applyMin,
+                                  int applyMax, int feather, bool reduceArtifacts);
+
+    // ---- Edge extraction (operators/filters/EdgeExtract.cpp) -------------------------------
+    /// One plane; `radius` is Contra-harmonic's, `edgeWidth` Deriche's alpha and
+    /// Contra-harmonic's exponent. False, with the plane as it was, when scratch memory fails.
+    bool EdgeExtract(bool pending, float* prev, float* cur, int type, bool binarize, int threshold,
+                     double scale, int radius, double edgeWidth = 1.0);
+
+    // ---- Tone curves: Levels, Micro Curves, Histogram Contrast Stretch (operators/tone/) --
+    /// The two-segment power curve on one plane (pending false copies cur to prev first).
+    void ApplyLevels(bool pending, float* prev, float* cur, int black, int midtone,
+                     int midtoneIntensity, double blackGamma, double whiteGamma, int white,
+                     int outputBlack, int outputWhite);
+    /// One plane through the 16-bit table of a master and a channel curve.
+    void ApplyMicroCurves(bool pending, float* prev, float* cur, int masterBlackX, int masterBlackY,
+                          int masterWhiteX, int masterWhiteY,
+                          const std::vector<MicroCurve::Point>& masterPoints, int channelBlackX,
+                          int channelBlackY, int channelWhiteX, int channelWhiteY,
+                          const std::vector<MicroCurve::Point>& channelPoints, double masterMin,
+                          double masterMax, double channelMin, double channelMax);
+    /// The three planes through Lab: L, a and b each through its own curve's table.
+    void ApplyMicroCurvesLab(bool pending, float* const prev[3], float* const cur[3],
+                             const MicroCurve& curveL, const MicroCurve& curveA,
+                             const MicroCurve& curveB, double Lmin, double Lmax, double amin,
+                             double amax, double bmin, double bmax);
+    /// Remaps one plane through its own cumulative histogram (type 1..6). Sequential.
+    void HistogramStretch(bool pending, float* prev, float* cur, int type, double scale,
+                          double highlightScale, double highlightBreak, double backgroundScale,
+                          double backgroundBreak);
 
 private:
     std::int32_t workRowCount_ = 0;  ///< rows workRows were made with

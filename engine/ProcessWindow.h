@@ -14,6 +14,17 @@
 namespace astrivelle {
 
 class CProcessWindow;
+struct UnsharpParams;             // operators/Restoration.h
+struct RestorationParams;         // operators/Restoration.h
+struct AdaptiveRestorationParams; // operators/Restoration.h
+struct EdgeParams;                // operators/Restoration.h
+struct CCustomFilter;             // operators/FilterSupport.h
+struct LevelsParams;              // operators/Curves.h
+struct MicroCurvesParams;         // operators/Curves.h
+struct HistogramStretchParams;    // operators/Curves.h
+struct DigitalDevelopmentParams;  // operators/Stretch.h
+struct ArcSinHParams;             // operators/Stretch.h
+struct GeneralStretchParams;      // operators/Stretch.h
 
 /// Where a step's state goes before the next different operator changes it. The history
 /// subsystem provides the real one (step files next to the image); without one no step file
@@ -212,6 +223,45 @@ public:
     bool PixelMathAdd(bool subtract, double constant, int applyMin, int applyMax, int feather);
     bool PixelMathMultiply(double constant, int applyMin, int applyMax, int feather);
     bool PixelMathDivide(double constant, int applyMin, int applyMax, int feather);
+
+    // ---- Unsharp Mask, iterative restoration, Edge Extract (operators/filters/) -------------
+    /// With the Custom filter `custom` gives its entries (a sum of 0 is refused with its text).
+    bool UnsharpMask(const UnsharpParams& params, const CCustomFilter* custom = nullptr);
+    /// A whole restoration run: one history step, one iteration per pass of the loop, cancel
+    /// (through `progress`) between iterations; the record ends with "Iterations : N#" of the
+    /// iterations done. `stepThrough(done)` is asked after each iteration but the last; false
+    /// stops the run there. True when at least one iteration was done.
+    bool IterativeRestoration(const RestorationParams& params, const CCustomPSF* custom,
+                              IProgress* progress,
+                              const std::function<bool(int done)>& stepThrough = {});
+    bool AdaptiveRestoration(const AdaptiveRestorationParams& params, const CCustomPSF* custom,
+                             IProgress* progress,
+                             const std::function<bool(int done)>& stepThrough = {});
+    bool EdgeExtract(const EdgeParams& params);
+
+    // ---- Tone curves operator functions (operators/tone/) ----------------------------------
+    /// Levels: mode 1 applies the Red, Green and Blue sets to their planes, a single-plane
+    /// mode the set of its plane (monochrome the Red set); the RGB master is only recorded.
+    bool Levels(const LevelsParams& params);
+    /// Micro Curves: master with slots 1..3 on an RGB image, master with the plane's own slot
+    /// on a single-plane image, slots 0, 1 and 3 through Lab with "LAB" on an RGB image.
+    bool MicroCurves(const MicroCurvesParams& params);
+    /// Histogram Contrast Stretch on each plane of the colour mode, by its own histogram.
+    bool HistogramContrastStretch(const HistogramStretchParams& params);
+
+    // ---- Stretch operator functions (operators/tone/) --------------------------------------
+    // Digital Development and ArcSinH run on a worker (progress and cancel through `progress`,
+    // which may be null). A run that fails or is cancelled leaves no history entry.
+    bool DigitalDevelopment(const DigitalDevelopmentParams& params, IProgress* progress,
+                            const CCustomFilter* customFilter = nullptr);
+    bool ArcSinH(const ArcSinHParams& params, IProgress* progress);
+    bool GeneralStretch(const GeneralStretchParams& params);
+
+    // ---- Smoothing operator functions (operators/filters/) -------------------------------
+    /// Smoothing on each selected plane, red, green, blue, stopping at the first that fails.
+    /// A window above the type's limit is set to it (its text shown); a window not smaller
+    /// than the image refuses with its text. `progress` may be null.
+    bool Smoothing(const struct SmoothingParams& params, IProgress* progress);
 
 private:
     INotify* notify_;

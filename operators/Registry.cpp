@@ -3,7 +3,11 @@
 #include "operators/Registry.h"
 
 #include "engine/OperatorNames.h"
+#include "operators/Curves.h"
+#include "operators/Filters.h"
 #include "operators/Masks.h"
+#include "operators/Restoration.h"
+#include "operators/Stretch.h"
 
 namespace astrivelle {
 
@@ -14,6 +18,17 @@ namespace {
 std::vector<OperatorDescriptor> BuiltOperators() {
     return {
         PixelMathDescriptor(),
+        UnsharpMaskDescriptor(),
+        IterativeRestorationDescriptor(),
+        AdaptiveRestorationDescriptor(),
+        EdgeExtractDescriptor(),
+        SmoothingDescriptor(),
+        LevelsDescriptor(),
+        MicroCurvesDescriptor(),
+        HistogramStretchDescriptor(),
+        DigitalDevelopmentDescriptor(),
+        ArcSinHDescriptor(),
+        GeneralStretchDescriptor(),
     };
 }
 

@@ -5,6 +5,16 @@
 
 #include "shell/PixelMathTool.h"
 // Tool headers (one include per tool file):
+#include "shell/ArcSinHTool.h"
+#include "shell/DigitalDevelopmentTool.h"
+#include "shell/EdgeExtractTool.h"
+#include "shell/GeneralStretchTool.h"
+#include "shell/HistogramStretchTool.h"
+#include "shell/LevelsTool.h"
+#include "shell/MicroCurvesTool.h"
+#include "shell/RestorationTool.h"
+#include "shell/SmoothingTool.h"
+#include "shell/UnsharpMaskTool.h"
 
 namespace astrivelle {
 
@@ -13,7 +23,18 @@ const std::vector<OperatorTool>& OperatorTools() {
         std::vector<OperatorTool> list;
         list.push_back(PixelMathToolEntry());
         // Tone tools, in menu order:
+        list.push_back(LevelsToolEntry());
+        list.push_back(MicroCurvesToolEntry());
+        list.push_back(HistogramStretchToolEntry());
+        list.push_back(DigitalDevelopmentToolEntry());
+        list.push_back(ArcSinHToolEntry());
+        list.push_back(GeneralStretchToolEntry());
         // Filter tools, in menu order:
+        list.push_back(SmoothingToolEntry());
+        list.push_back(UnsharpMaskToolEntry());
+        list.push_back(IterativeRestorationToolEntry());
+        list.push_back(AdaptiveRestorationToolEntry());
+        list.push_back(EdgeExtractToolEntry());
         return list;
     }();
     return tools;

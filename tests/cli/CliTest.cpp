@@ -129,7 +129,8 @@ TEST(CliFilter, FailingRecordEndsThatFileOnly) {
         const char* errorHas;
     };
     const Case cases[] = {
-        {"--op Levels --params 'Channel : RGB#'", "not available in this version"},
+        {"--op 'Frequency Filter' --params 'x#'", "not available in this version"},
+        {"--op Levels --params 'Channel : RGB#'", "Levels"},
         {"--op 'Pixel Math' --params 'Operation: Add#Constant: 5#'", "Pixel Math"},
         {"--op 'No Such Operator' --params 'x#'", "Unknown operation"},
     };

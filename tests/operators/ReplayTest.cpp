@@ -63,7 +63,7 @@ TEST(Replay, FailuresAndNoOps) {
         {"Read", "", false, "Unknown operation"}, // first-step names have no replay
         {"Edit Pixel Color", "anything", true, ""},
         {"Edit Pixel Intensity", "", true, ""},
-        {"Levels", "Channel : RGB#", false, "not available"},
+        {"Levels", "Channel : RGB#", false, "level missing"},
         {"Pixel Math", "Operation: Add#Constant: 5.000#Threshold Min: 0#Threshold Max: 65535#",
          false, "feather"},
         {"Pixel Math", "#Operation: Add#", false, "operation"},

@@ -377,12 +377,12 @@ TEST(History, NextCommandRunsTheStepAfterTheShownOne) {
     EXPECT_EQ(o.w.history.size(), 3u); // replaced, not added
     EXPECT_EQ(o.w.history[1].prevImageFile, o.dir.file("M31.fit"));
 
-    // "Levels" has no replay in this build: the step is not run and the row before it stays.
+    // A "Levels" step whose text does not parse: the step is not run and the row before it
+    // stays.
     EXPECT_FALSE(o.w.NextCommand());
     EXPECT_EQ(o.w.currentStep, 1);
     EXPECT_EQ(o.Offset(), 100);
-    EXPECT_EQ(o.notify.messages.back(),
-              "The operation \"Levels\" is not available in this version.");
+    EXPECT_EQ(o.notify.messages.back(), "Levels: level missing in \"Delta : 1#\"");
     EXPECT_EQ(o.w.history[2].parameters, "Delta : 1#");
 }
 

@@ -1,0 +1,422 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file Levels: the transfer function against the plain rule, the guards, the planes each
+/// colour mode takes, the master set editing rules, the entry checks, the gamma slider, the
+/// text and its replay.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "TestSupport.h"
+#include "engine/ProcessStructure.h"
+#include "engine/ProcessWindow.h"
+#include "operators/Curves.h"
+
+using namespace astrivelle;
+using namespace astrivelle::test;
+
+namespace {
+
+/// The rule written out plainly: the oracle of the pixel function.
+float Oracle(const LevelsSet& s, double p, double top = 65535.0) {
+    const double bg = s.blackGamma == 0.0 ? 0.001 : s.blackGamma;
+    const double wg = s.whiteGamma == 0.0 ? 0.001 : s.whiteGamma;
+    const double lw = s.midtone - s.black == 0 ? 0.01 : s.midtone - s.black;
+    const double hw = s.white - s.midtone == 0 ? 0.01 : s.white - s.midtone;
+    double r;
+    if (p <= s.black)
+        r = s.outputBlack;
+    else if (p <= s.midtone)
+        r = std::pow((p - s.black) / lw, bg) * (s.midtoneIntensity - s.outputBlack) + s.outputBlack;
+    else if (p < s.white)
+        r = std::pow((p - s.midtone) / hw, wg) * (s.outputWhite - s.midtoneIntensity) +
+            s.midtoneIntensity;
+    else
+        r = s.outputWhite;
+    return static_cast<float>(std::min(std::max(r, 0.0), top));
+}
+
+void Apply(Image& img, int slot, const LevelsSet& s) {
+    img.ApplyLevels(false, img.prevPlane[slot], img.curPlane[slot], s.black, s.midtone,
+                    s.midtoneIntensity, s.blackGamma, s.whiteGamma, s.white, s.outputBlack,
+                    s.outputWhite);
+}
+
+LevelsSet Set(int black, int mid, int intensity, double bg, double wg, int white, int ob, int ow) {
+    LevelsSet s;
+    s.black = black;
+    s.midtone = mid;
+    s.midtoneIntensity = intensity;
+    s.blackGamma = bg;
+    s.whiteGamma = wg;
+    s.white = white;
+    s.outputBlack = ob;
+    s.outputWhite = ow;
+    return s;
+}
+
+float Mixed(int, int x, int y) {
+    // Integer levels over the whole range, with fractional and out-of-range values mixed in.
+    const int i = y * 600 + x;
+    if (i % 97 == 0)
+        return static_cast<float>(i % 65536) + 0.375f;
+    if (i % 1013 == 0)
+        return -3.0f;
+    if (i % 1019 == 0)
+        return 70000.5f;
+    return static_cast<float>((i * 7) % 65536);
+}
+
+} // namespace
+
+TEST(Levels, DefaultsKeepTheImage) {
+    // Small (plain loop) and large (integer levels looked up) images alike.
+    for (int rows : {4, 500}) {
+        Image img;
+        MakeImage(img, 600, rows, ColorGray, [](int s, int x, int y) {
+            const float v = Mixed(s, x, y);
+            return v < 0 || v > 65535 ? 1234.5f : v;
+        });
+        Apply(img, 0, LevelsSet{});
+        for (std::uint32_t i = 0; i < img.pixelCount; ++i) {
+            const float p = img.prevPlane[0][i];
+            ASSERT_NEAR(img.curPlane[0][i], p, std::max(1e-7f * p, 1e-6f)) << i;
+        }
+    }
+}
+
+TEST(Levels, MatchesThePlainRule) {
+    const LevelsSet cases[] = {
+        Set(1000, 1000, 30000, 2.0, 0.5, 3000, 100, 65000),  // Midtone equal to Black
+        Set(0, 32767, 32767, 0.0, 1.0, 65535, 0, 65535),     // gamma 0 -> 0.001
+        Set(100, 30000, 20000, 2.2, 0.4, 60000, 50, 64000),  // both gammas
+        Set(5000, 40000, 40000, 1.0, 0.0, 40000, 0, 65535),  // Midtone equal to White
+        Set(0, 32767, 60000, 1.0, 1.0, 65535, 70000, 90000), // outputs clamp to the maximum
+        Set(20000, 30000, 10000, 3.0, 3.0, 50000, 65535, 0), // inverted output
+    };
+    for (const LevelsSet& s : cases)
+        for (int rows : {3, 500}) {
+            Image img;
+            MakeImage(img, 600, rows, ColorGray, Mixed);
+            Apply(img, 0, s);
+            for (std::uint32_t i = 0; i < img.pixelCount; ++i)
+                ASSERT_EQ(img.curPlane[0][i], Oracle(s, img.prevPlane[0][i]))
+                    << "pixel " << i << " value " << img.prevPlane[0][i] << " black " << s.black;
+        }
+}
+
+TEST(Levels, EdgeValues) {
+    struct Case {
+        LevelsSet set;
+        float p;
+        float expect;
+    };
+    const LevelsSet s = Set(100, 30000, 20000, 2.2, 0.4, 60000, 50, 64000);
+    const LevelsSet flat = Set(1000, 1000, 30000, 2.0, 0.5, 3000, 100, 65000);
+    const LevelsSet g0 = Set(0, 32767, 32767, 0.0, 1.0, 65535, 0, 65535);
+    const Case cases[] = {
+        {s, 60000, 64000}, // at White: Output White
+        {s, 30000, 20000}, // at Midtone: Midtone Intensity
+        {s, 100, 50},      // at Black: Output Black
+        {s, 65535, 64000}, // above White
+        {flat, 1000, 100}, // Midtone = Black: Black itself is Output Black...
+        {flat, 1001, 30000 + std::pow(1.0 / 2000, 0.5) * 35000}, // ...and above it step 3
+        {flat, 3000, 65000},
+        {g0, 100, static_cast<float>(std::pow(100.0 / 32767, 0.001) * 32767)},
+    };
+    for (const Case& c : cases) {
+        Image img;
+        MakeImage(img, 1, 1, ColorGray, [&](int, int, int) { return c.p; });
+        Apply(img, 0, c.set);
+        EXPECT_FLOAT_EQ(img.curPlane[0][0], c.expect) << c.p;
+    }
+    // A gamma of 0 lifts the whole lower segment to nearly its top.
+    Image img;
+    MakeImage(img, 1, 1, ColorGray, [](int, int, int) { return 1.0f; });
+    Apply(img, 0, g0);
+    EXPECT_GT(img.curPlane[0][0], 32400);
+    EXPECT_LT(img.curPlane[0][0], 32767);
+}
+
+TEST(Levels, ClampsToTheImagesMaximum) {
+    Image img;
+    MakeImage(img, 2, 1, ColorGray, [](int, int x, int) { return x == 0 ? 100.0f : 4000.0f; });
+    img.maxValue = 4095;
+    Apply(img, 0, Set(0, 1000, 3000, 1.0, 1.0, 2000, 0, 65535));
+    EXPECT_FLOAT_EQ(img.curPlane[0][0], 300);
+    EXPECT_FLOAT_EQ(img.curPlane[0][1], 4095);
+}
+
+TEST(Levels, PendingReadsThePreviousPlaneOnly) {
+    Image img;
+    MakeImage(img, 2, 1, ColorGray, [](int, int x, int) { return 1000.0f * (x + 1); });
+    const LevelsSet s = Set(0, 32767, 32767, 1.0, 1.0, 65535, 500, 65535);
+    img.curPlane[0][0] = 9999; // what a first application left
+    img.ApplyLevels(true, img.prevPlane[0], img.curPlane[0], s.black, s.midtone, s.midtoneIntensity,
+                    s.blackGamma, s.whiteGamma, s.white, s.outputBlack, s.outputWhite);
+    EXPECT_FLOAT_EQ(img.curPlane[0][0], Oracle(s, 1000));
+    EXPECT_FLOAT_EQ(img.prevPlane[0][0], 1000);
+}
+
+TEST(LevelsEditing, MasterFoldRules) {
+    struct Case {
+        LevelsEntry entry;
+        const char* channel;
+        double value;
+        double master; // expected afterwards
+    };
+    using E = LevelsEntry;
+    // Each row continues from the state the rows before it left.
+    const Case cases[] = {
+        {E::Black, "Red", 500, 500},   // the largest
+        {E::Black, "Green", 300, 500}, // still Red's
+        {E::Black, "Red", 100, 500},   // the old master holds: channels moved back below it
+        {E::OutputBlack, "Blue", 700, 700},
+        {E::White, "Red", 60000, 60000}, // the smallest
+        {E::White, "Red", 65535, 60000}, // the old master holds
+        {E::Midtone, "Green", 20000, 20000},
+        {E::MidtoneIntensity, "Blue", 40000, 32767}, // 32767 of the old master is smaller
+        {E::MidtoneIntensity, "Blue", 1000, 1000},
+        {E::OutputWhite, "Green", 50000, 50000},
+        {E::BlackGamma, "Red", 2.5, 1.0}, // gammas: the master is unchanged
+        {E::WhiteGamma, "Blue", 0.2, 1.0},
+    };
+    LevelsParams p;
+    for (const Case& c : cases) {
+        SetLevelsValue(&p, c.channel, c.entry, c.value);
+        EXPECT_DOUBLE_EQ(LevelsValue(p.sets[0], c.entry), c.master)
+            << LevelsEntryName(c.entry) << " " << c.channel << " " << c.value;
+        EXPECT_DOUBLE_EQ(LevelsValue(p.sets[LevelsSetOfChannel(c.channel)], c.entry), c.value);
+    }
+    EXPECT_DOUBLE_EQ(p.sets[1].blackGamma, 2.5);
+    // "Monochrome" edits the Red set.
+    SetLevelsValue(&p, "Monochrome", E::OutputBlack, 900);
+    EXPECT_EQ(p.sets[1].outputBlack, 900);
+    EXPECT_EQ(p.sets[0].outputBlack, 900);
+}
+
+TEST(LevelsEditing, MasterDeltaGoesToEveryChannelClamped) {
+    LevelsParams p;
+    SetLevelsValue(&p, "Red", LevelsEntry::Black, 1000); // master 1000
+    SetLevelsValue(&p, "RGB", LevelsEntry::Black, 1500); // +500
+    EXPECT_EQ(p.sets[0].black, 1500);
+    EXPECT_EQ(p.sets[1].black, 1500);
+    EXPECT_EQ(p.sets[2].black, 500);
+    EXPECT_EQ(p.sets[3].black, 500);
+    SetLevelsValue(&p, "RGB", LevelsEntry::Black, 200); // -1300: Green and Blue stop at 0
+    EXPECT_EQ(p.sets[1].black, 200);
+    EXPECT_EQ(p.sets[2].black, 0);
+    EXPECT_EQ(p.sets[3].black, 0);
+
+    SetLevelsValue(&p, "Blue", LevelsEntry::OutputWhite, 65000); // master 65000
+    SetLevelsValue(&p, "RGB", LevelsEntry::OutputWhite, 65535);  // +535: Blue 65535, others top
+    EXPECT_EQ(p.sets[1].outputWhite, 65535);
+    EXPECT_EQ(p.sets[3].outputWhite, 65535);
+
+    SetLevelsValue(&p, "Red", LevelsEntry::BlackGamma, 2.0);
+    SetLevelsValue(&p, "RGB", LevelsEntry::BlackGamma, 9.5); // +8.5
+    EXPECT_DOUBLE_EQ(p.sets[0].blackGamma, 9.5);
+    EXPECT_DOUBLE_EQ(p.sets[1].blackGamma, 10.0);
+    EXPECT_DOUBLE_EQ(p.sets[2].blackGamma, 9.5);
+}
+
+TEST(LevelsEditing, MidtoneFollowsBlackAndWhite) {
+    struct Case {
+        int black, midtone, white;
+        bool moveWhite;
+        int to;
+        int expectMidtone;
+    };
+    const Case cases[] = {
+        {0, 32767, 65535, false, 1000, 33267}, // keeps 32767 / 65535 of the width
+        {0, 16000, 64000, true, 32000, 8000},  // a quarter stays a quarter
+        {0, 0, 1000, true, 2000, 1000},        // fraction 0: the middle
+        {500, 500, 500, true, 600, 550},       // width below 1: the middle
+        {100, 400, 900, true, 100, 100},       // White = Black: Midtone is White
+        {0, 150, 100, false, 50, 100},         // limited to White
+    };
+    for (const Case& c : cases) {
+        LevelsSet s;
+        s.black = c.black;
+        s.midtone = c.midtone;
+        s.white = c.white;
+        MoveLevelsEnd(&s, c.moveWhite, c.to);
+        EXPECT_EQ(s.midtone, c.expectMidtone) << c.black << " " << c.midtone << " " << c.white;
+    }
+    // Through the master: every set's Midtone follows its own Black.
+    LevelsParams p;
+    SetLevelsValue(&p, "RGB", LevelsEntry::White, 32767);
+    for (const LevelsSet& s : p.sets) {
+        EXPECT_EQ(s.white, 32767);
+        EXPECT_EQ(s.midtone, 16383);
+    }
+}
+
+TEST(LevelsEditing, EntryChecksAndTheirTexts) {
+    LevelsSet s;
+    s.black = 1000;
+    s.midtone = 20000;
+    s.white = 50000;
+    struct Case {
+        LevelsEntry entry;
+        const char* text;
+        bool ok;
+        double value;
+        const char* message;
+    };
+    using E = LevelsEntry;
+    const Case cases[] = {
+        {E::Black, "", false, 0, "Please enter a value or use the slider."},
+        {E::WhiteGamma, "  ", false, 0, "Please enter a value or use the slider."},
+        {E::Black, "12x", false, 0,
+         "Please enter an integer value for black such that\n 0 <= Black <= white value 50000."},
+        {E::Black, "-5", false, 0,
+         "Please enter an integer value for black such that\n 0 <= Black <= white value 50000."},
+        {E::Black, "50001", false, 0, "Please enter a value less than the white value."},
+        {E::Black, " 400 ", true, 400, ""},
+        {E::White, "2.5", false, 0,
+         "Please enter an integer value for White such that\n 1000 <= White <= max value "
+         "65535."},
+        {E::White, "70000", false, 0,
+         "Please enter an integer value for White such that\n 1000 <= White <= max value "
+         "65535."},
+        {E::White, "999", false, 0, "Please enter a value less than the black value."},
+        {E::White, "65535", true, 65535, ""},
+        {E::Midtone, "abc", false, 0,
+         "Please enter an integer value for Midtone such that\n 1000 Black <= Midtone <= 50000 "
+         "White."},
+        {E::Midtone, "60000", false, 0, "Please enter a value between black and white."},
+        {E::Midtone, "999", false, 0, "Please enter a value between black and white."},
+        {E::Midtone, "1000", true, 1000, ""},
+        {E::BlackGamma, "10.5", false, 0,
+         "Please enter a value for Gamma such that\n 0.0 <= Gamma <= 10.0"},
+        {E::WhiteGamma, "-0.1", false, 0,
+         "Please enter a value for Gamma such that\n 0.0 <= Gamma <= 10.0"},
+        {E::WhiteGamma, "0.25", true, 0.25, ""},
+        {E::MidtoneIntensity, "65536", false, 0,
+         "Please enter an integer value X such that\n 0 <= X <= 65535."},
+        {E::OutputBlack, "1e3", false, 0,
+         "Please enter an integer value X such that\n 0 <= X <= 65535."},
+        {E::OutputWhite, "0", true, 0, ""},
+    };
+    for (const Case& c : cases) {
+        double value = -1;
+        std::string message;
+        EXPECT_EQ(ValidateLevelsEntry(s, c.entry, c.text, 65535, &value, &message), c.ok) << c.text;
+        if (c.ok)
+            EXPECT_DOUBLE_EQ(value, c.value) << c.text;
+        else
+            EXPECT_EQ(message, c.message) << c.text;
+    }
+}
+
+TEST(LevelsEditing, GammaSlider) {
+    const std::pair<int, double> points[] = {{0, 0.0},   {250, 0.5}, {499, 0.998}, {500, 1.0},
+                                             {600, 2.8}, {750, 5.5}, {1000, 10.0}};
+    for (const auto& [position, gamma] : points) {
+        EXPECT_DOUBLE_EQ(GammaFromSlider(position), gamma) << position;
+        EXPECT_EQ(SliderFromGamma(gamma), position) << gamma;
+    }
+    EXPECT_EQ(FormatGamma(1.0), "1.0000");
+    EXPECT_EQ(FormatGamma(0.25), "0.2500");
+    EXPECT_EQ(FormatGamma(10.0), "10.0000");
+}
+
+TEST(LevelsText, TemplateAndParse) {
+    LevelsParams p;
+    const std::string defaults =
+        "Channel : RGB#Level :Black#"
+        "RGB LEVELS#  Black : 0#  MidTone : 32767#  MidTone Intensity : 32767#  White : 65535#"
+        "  Black Gamma : 1.00000#  White Gamma : 1.00000#  Output Black : 0#"
+        "  Output White : 65535#"
+        "RED LEVELS#  Black : 0#  MidTone : 32767#  MidTone Intensity : 32767#  White : 65535#"
+        "  Black Gamma : 1.00000#  White Gamma : 1.00000#  Output Black : 0#"
+        "  Output White : 65535#"
+        "GREEN LEVELS#  Black : 0#  MidTone : 32767#  MidTone Intensity : 32767#"
+        "  White : 65535#  Black Gamma : 1.00000#  White Gamma : 1.00000#  Output Black : 0#"
+        "  Output White : 65535#"
+        "BLUE LEVELS#  Black : 0#  MidTone : 32767#  MidTone Intensity : 32767#  White : 65535#"
+        "  Black Gamma : 1.00000#  White Gamma : 1.00000#  Output Black : 0#"
+        "  Output White : 65535#";
+    EXPECT_EQ(FormatLevels(p), defaults);
+
+    p.channel = "Blue";
+    p.level = LevelsEntry::MidtoneIntensity;
+    p.sets[3] = Set(12, 345, 6789, 0.125, 7.5, 40000, 3, 65000);
+    LevelsParams back;
+    ASSERT_TRUE(ParseLevels(FormatLevels(p), &back, nullptr));
+    EXPECT_EQ(back.channel, "Blue");
+    EXPECT_EQ(back.level, LevelsEntry::MidtoneIntensity);
+    EXPECT_EQ(back.sets[3].black, 12);
+    EXPECT_EQ(back.sets[3].midtone, 345);
+    EXPECT_EQ(back.sets[3].midtoneIntensity, 6789);
+    EXPECT_EQ(back.sets[3].white, 40000);
+    EXPECT_DOUBLE_EQ(back.sets[3].blackGamma, 0.125);
+    EXPECT_DOUBLE_EQ(back.sets[3].whiteGamma, 7.5);
+    EXPECT_EQ(back.sets[3].outputBlack, 3);
+    EXPECT_EQ(back.sets[3].outputWhite, 65000);
+
+    std::string error;
+    EXPECT_FALSE(ParseLevels("Channel : RGB#Level :Black#RGB LEVELS#  Black : 0#", &back, &error));
+    EXPECT_NE(error.find("RGB LEVELS"), std::string::npos) << error;
+    EXPECT_FALSE(ParseLevels("Channel : RGB#Level :Blackest#", &back, &error));
+    EXPECT_NE(error.find("level"), std::string::npos) << error;
+}
+
+TEST(LevelsOperator, PlanesByColourModeAndReplayIsBitIdentical) {
+    LevelsParams p;
+    p.sets[0] = Set(0, 100, 100, 1.0, 1.0, 200, 0, 65535); // recorded, never applied
+    p.sets[1] = Set(1000, 20000, 30000, 0.7, 1.6, 50000, 200, 64000);
+    p.sets[2] = Set(3000, 10000, 15000, 2.0, 0.0, 60000, 0, 60000);
+    p.sets[3] = Set(0, 0, 40000, 0.0, 0.5, 30000, 1000, 65535);
+    struct Case {
+        std::uint32_t type;
+        int setOfSlot[3];
+    };
+    const Case cases[] = {{ColorRGB, {1, 2, 3}},
+                          {ColorGray, {1, 0, 0}},
+                          {ColorRed, {1, 0, 0}},
+                          {ColorGreen, {0, 2, 0}},
+                          {ColorYellow, {0, 0, 3}}};
+    for (const Case& c : cases) {
+        CProcessWindow w;
+        MakeImage(w.image, 300, 20, c.type, Mixed);
+        w.BeginHistory("Read");
+        ASSERT_TRUE(w.Levels(p));
+        ASSERT_EQ(w.history.size(), 2u);
+        EXPECT_EQ(w.history[1].operation, "Levels");
+        EXPECT_EQ(w.history[1].parameters, FormatLevels(p));
+        for (int s : w.image.Slots())
+            for (std::uint32_t i = 0; i < w.image.pixelCount; ++i)
+                ASSERT_EQ(w.image.curPlane[s][i],
+                          Oracle(p.sets[c.setOfSlot[s]], w.image.prevPlane[s][i]))
+                    << "type " << c.type << " slot " << s;
+
+        Image copy;
+        MakeImage(copy, 300, 20, c.type, Mixed);
+        CProcessStructure r;
+        r.operation = "Levels";
+        r.parameters = w.history[1].parameters;
+        std::string error;
+        ASSERT_TRUE(copy.ApplyCommand(r, nullptr, nullptr, nullptr, &error)) << error;
+        for (int s : w.image.Slots())
+            EXPECT_EQ(
+                std::memcmp(copy.curPlane[s], w.image.curPlane[s], sizeof(float) * copy.pixelCount),
+                0)
+                << "type " << c.type << " slot " << s;
+    }
+}
+
+TEST(LevelsOperator, RepeatWhilePendingStartsFromTheSameInput) {
+    CProcessWindow w;
+    MakeImage(w.image, 30, 10, ColorGray, Mixed);
+    w.BeginHistory("Read");
+    LevelsParams p;
+    p.sets[1].outputBlack = 5000;
+    ASSERT_TRUE(w.Levels(p));
+    p.sets[1].outputBlack = 100;
+    ASSERT_TRUE(w.Levels(p));
+    EXPECT_EQ(w.history.size(), 2u) << "a live repeat edits the same step";
+    for (std::uint32_t i = 0; i < w.image.pixelCount; ++i)
+        ASSERT_EQ(w.image.curPlane[0][i], Oracle(p.sets[1], w.image.prevPlane[0][i]));
+}
