@@ -80,8 +80,44 @@ bool CProcessWindow::BeginOperator(const std::string& name) {
     return true;
 }
 
+namespace {
+
+/// What an application changes in the history, so that a failed or cancelled one can take it
+/// back: the list's length, the shown step, its text and the last operator.
+struct HistoryMark {
+    std::size_t size;
+    int step;
+    std::string lastOp;
+    std::string parameters; ///< of the step a repeat would edit
+    bool hadStep;
+
+    explicit HistoryMark(const CProcessWindow& w)
+        : size(w.history.size()), step(w.currentStep), lastOp(w.lastOp),
+          hadStep(w.currentStep >= 0 && w.currentStep < static_cast<int>(w.history.size())) {
+        if (hadStep)
+            parameters = w.history[w.currentStep].parameters;
+    }
+
+    /// Removes the entry the run added (or puts back the text of the step it repeated); the
+    /// next application then starts a step of its own.
+    void TakeBack(CProcessWindow& w) const {
+        if (w.history.size() > size) {
+            w.history.erase(w.history.begin() + w.currentStep);
+            w.currentStep = step;
+            w.pending = false;
+            w.lastOp = lastOp;
+        } else if (hadStep && step < static_cast<int>(w.history.size())) {
+            w.history[step].parameters = parameters;
+        }
+        w.notify().HistoryChanged();
+    }
+};
+
+} // namespace
+
 bool CProcessWindow::RunOperator(const std::string& name, const std::string& parameters,
                                  const std::function<bool(bool)>& work) {
+    const HistoryMark mark(*this);
     if (!BeginOperator(name))
         return false;
     opRunning = true;
@@ -124,6 +160,8 @@ bool CProcessWindow::RunOperator(const std::string& name, const std::string& par
     replacingStep = false;
 
     bool ok = work(pending);
+    if (!ok && !isBlinkImage)
+        mark.TakeBack(*this); // a failed or cancelled application leaves no step behind
 
     if (ok && blendActive) {
         // The pure result goes to the work rows, then the blend overwrites the current

@@ -209,7 +209,9 @@ public:
 
     /// The skeleton every operator function follows: gate, caption, record, pixel work,
     /// blend, display refresh, statistics. `work(pending)` runs the pixel function on each
-    /// channel that applies. Returns false when the gate refused or the work failed.
+    /// channel that applies. Returns false when the gate refused or the work failed; a work
+    /// that fails (out of memory, cancelled) takes its history step back, and leaves the
+    /// planes as it wants them shown (a cancel puts the input back).
     bool RunOperator(const std::string& name, const std::string& parameters,
                      const std::function<bool(bool pending)>& work);
 

@@ -96,7 +96,7 @@ FileOpResult RunBayerFiles(const BayerFilesParams& params, IProgress* progress, 
     CfaCell cell;
     if (!ParseCfaKeyword(params.cfaPattern, &cell))
         return stop("Unknown colour filter pattern " + params.cfaPattern);
-    FileOpSpec op;
+    FileOpJob op;
     std::string message;
     if (!BayerFilesPrefix(params.outputColor, params.prefix, &op.prefix, &message))
         return stop(message);

@@ -82,7 +82,7 @@ CalibrateResult CalibrateFiles(const CalibrateRequest& request, IProgress* progr
     result.started = true;
     status("Calibrating Frames...");
 
-    FileOpSpec job;
+    FileOpJob job;
     job.inputs = request.files;
     job.outDir = request.outputDirectory;
     job.prefix = request.prefix;

@@ -429,7 +429,7 @@ void Report(INotify* notify, const FileOpFailure& f) {
 
 } // namespace
 
-FileOpResult RunFileOperation(const FileOpSpec& job, const FileOpHandlers& handlers,
+FileOpResult RunFileOperation(const FileOpJob& job, const FileOpHandlers& handlers,
                               IProgress* progress, INotify* notify) {
     FileOpResult result;
     IFileOpOwner* owner = dynamic_cast<IFileOpOwner*>(progress);

@@ -263,7 +263,7 @@ struct FileOpResult {
 };
 
 /// The fixed parameters of a per-file run.
-struct FileOpSpec {
+struct FileOpJob {
     std::vector<std::string> inputs;
     std::string outDir;
     std::string prefix;
@@ -306,7 +306,7 @@ struct FileOpHandlers {
 /// `notify` (text, then the reason on a new line when there is one) and the run goes on
 /// unless the stop flags of `job` say otherwise. A write failure's text is WriteFailureText of the
 /// output kind and name. The output folder is created when missing.
-FileOpResult RunFileOperation(const FileOpSpec& job, const FileOpHandlers& handlers,
+FileOpResult RunFileOperation(const FileOpJob& job, const FileOpHandlers& handlers,
                               IProgress* progress, INotify* notify);
 
 /// Writes one output as RunFileOperation does (save type, name, temporary file, rename);

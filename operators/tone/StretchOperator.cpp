@@ -21,39 +21,6 @@ StretchChannels ChannelsOf(const CProcessWindow& w) {
     return {slot == 0, slot == 1, slot == 2};
 }
 
-/// What an application changed in the history, so that a failed run can take it back.
-struct HistoryMark {
-    std::size_t size;
-    int step;
-    std::string lastOp;
-    std::string parameters; ///< of the step a repeat would edit
-    bool hadStep;
-
-    explicit HistoryMark(const CProcessWindow& w)
-        : size(w.history.size()), step(w.currentStep), lastOp(w.lastOp),
-          hadStep(w.currentStep >= 0 && w.currentStep < static_cast<int>(w.history.size())) {
-        if (hadStep)
-            parameters = w.history[w.currentStep].parameters;
-    }
-
-    /// Removes the entry the run added (or restores the text of the step it repeated), and
-    /// makes the next application start a step of its own.
-    void Undo(CProcessWindow& w, bool restorePlanes) const {
-        if (restorePlanes)
-            w.image.PreviousToCurrent();
-        if (w.history.size() > size) {
-            w.history.erase(w.history.begin() + w.currentStep);
-            w.currentStep = step;
-            w.pending = false;
-            w.lastOp = lastOp;
-        } else if (hadStep && step < static_cast<int>(w.history.size())) {
-            w.history[step].parameters = parameters;
-        }
-        w.notify().HistoryChanged();
-        w.AfterOperator();
-    }
-};
-
 } // namespace
 
 bool CProcessWindow::DigitalDevelopment(const DigitalDevelopmentParams& params, IProgress* progress,
@@ -69,16 +36,17 @@ bool CProcessWindow::DigitalDevelopment(const DigitalDevelopmentParams& params, 
         notify().Message(kCustomFilterSizeText);
         return false;
     }
-    const HistoryMark mark(*this);
+    // A failure takes its step back (RunOperator); a cancel also puts the input back, while
+    // a failed allocation has changed nothing.
     const bool ok = RunOperator("Digital Development", text, [&](bool pending) {
-        return RunDigitalDevelopment(image, p, channels, pending, customFilter, progress);
+        if (RunDigitalDevelopment(image, p, channels, pending, customFilter, progress))
+            return true;
+        if (progress && progress->Cancelled())
+            image.PreviousToCurrent();
+        return false;
     });
-    if (!ok) {
-        const bool cancelled = progress && progress->Cancelled();
-        mark.Undo(*this, cancelled);
-        if (!cancelled)
-            notify().Message(kNoMemoryText);
-    }
+    if (!ok && !(progress && progress->Cancelled()))
+        notify().Message(kNoMemoryText);
     return ok;
 }
 
@@ -87,13 +55,12 @@ bool CProcessWindow::ArcSinH(const ArcSinHParams& params, IProgress* progress) {
     const std::string text = FormatArcSinH(params);
     ArcSinHParams p;
     ParseArcSinH(text, &p, nullptr);
-    const HistoryMark mark(*this);
-    const bool ok = RunOperator("ArcSinH", text, [&](bool pending) {
-        return RunArcSinH(image, p, channels, pending, progress);
+    return RunOperator("ArcSinH", text, [&](bool pending) {
+        if (RunArcSinH(image, p, channels, pending, progress))
+            return true;
+        image.PreviousToCurrent();
+        return false;
     });
-    if (!ok)
-        mark.Undo(*this, true);
-    return ok;
 }
 
 bool CProcessWindow::GeneralStretch(const GeneralStretchParams& params) {

@@ -79,6 +79,29 @@ TEST(PendingSequence, RepeatChangesOneStepAndAnotherOperatorAddsOne) {
     EXPECT_FLOAT_EQ(w.image.prevPlane[0][0], 950);
 }
 
+TEST(PendingSequence, AFailedApplicationTakesItsStepBack) {
+    OpenImage o;
+    CProcessWindow& w = o.window;
+    ASSERT_TRUE(w.PixelMathAdd(false, 100, 0, 65535, 0));
+    const std::string kept = w.history[1].parameters;
+
+    // A repeat that fails puts the step's text back and keeps the step.
+    EXPECT_FALSE(w.RunOperator("Pixel Math", "x#", [](bool) { return false; }));
+    ASSERT_EQ(w.history.size(), 2u);
+    EXPECT_EQ(w.history[1].parameters, kept);
+
+    // A new operator that fails leaves no step, and the next one starts a step of its own.
+    const std::size_t before = w.history.size();
+    EXPECT_FALSE(w.RunOperator("Negative", "", [](bool) { return false; }));
+    EXPECT_EQ(w.history.size(), before);
+    EXPECT_EQ(w.currentStep, static_cast<int>(before) - 1);
+    EXPECT_FALSE(w.pending);
+    EXPECT_EQ(w.lastOp, "Pixel Math");
+    ASSERT_TRUE(w.RunOperator("Negative", "", [](bool) { return true; }));
+    EXPECT_EQ(w.history.size(), before + 1);
+    EXPECT_EQ(w.history.back().operation, "Negative");
+}
+
 TEST(PendingSequence, CaptionShowsOperationInProgressThenIsRestored) {
     OpenImage o;
     ASSERT_TRUE(o.window.PixelMathMultiply(2.0, 0, 65535, 0));

@@ -213,7 +213,7 @@ TEST(FileOperation, BadFileIsReportedAndTheRunGoesOn) {
     WriteFits(dir.file("a.fit"), 8, 6, ColorGray, 10);
     std::ofstream(dir.file("bad.fit")) << "garbage";
     WriteFits(dir.file("b.fit"), 8, 6, ColorGray, 20);
-    FileOpSpec job;
+    FileOpJob job;
     job.inputs = {dir.file("a.fit"), dir.file("bad.fit"), dir.file("b.fit")};
     job.outDir = dir.file("out");
     job.prefix = "P_";
@@ -242,7 +242,7 @@ TEST(FileOperation, OutputsNeverReplaceAnInput) {
     ScratchDir dir;
     WriteFits(dir.file("a.fit"), 8, 6, ColorGray, 10);
     const auto before = fs::file_size(dir.file("a.fit"));
-    FileOpSpec job;
+    FileOpJob job;
     job.inputs = {dir.file("a.fit")};
     job.outDir = dir.path().string(); // same folder, empty prefix: the output is the input
     job.prefix = "";
@@ -276,7 +276,7 @@ TEST(FileOperation, CancelKeepsCompletedOutputs) {
         inputs.push_back(dir.file("f" + std::to_string(i) + ".fit"));
         WriteFits(inputs.back(), 8, 6, ColorGray, static_cast<float>(i));
     }
-    FileOpSpec job;
+    FileOpJob job;
     job.inputs = inputs;
     job.outDir = dir.file("out");
     job.prefix = "C_";
@@ -300,7 +300,7 @@ TEST(FileOperation, WriteFailureGivesTheWriteTextAndLeavesNoPartialFile) {
     WriteFits(dir.file("b.fit"), 8, 6, ColorGray, 20);
     // The name of a's output is taken by a folder with content: the rename must fail.
     fs::create_directories(dir.path() / "out" / "C_a.fit" / "inside");
-    FileOpSpec job;
+    FileOpJob job;
     job.inputs = {dir.file("a.fit"), dir.file("b.fit")};
     job.outDir = dir.file("out");
     job.prefix = "C_";
@@ -333,7 +333,7 @@ TEST(FileOperation, WriteFailureGivesTheWriteTextAndLeavesNoPartialFile) {
 TEST(FileOperation, ProcessFailureUsesTheOperationsText) {
     ScratchDir dir;
     WriteFits(dir.file("a.fit"), 8, 6, ColorGray, 10);
-    FileOpSpec job;
+    FileOpJob job;
     job.inputs = {dir.file("a.fit")};
     job.outDir = dir.file("out");
     job.processFailureText = "Error filtering ";
