@@ -99,22 +99,11 @@ const char* SystemFrameSystemName(SystemFrame frame) {
 
 namespace {
 
-/// The format family of a frame's extension: "FITS", "TIFF", "JPEG", "BMP", "SBIG" or "".
+/// The format family of a frame's extension: "FITS", "TIFF", "JPEG", "BMP", "SBIG" or "" (a
+/// camera raw file is no calibration frame until it is converted).
 std::string FamilyOf(const std::string& path) {
-    const std::string e = UpperExtension(fs::path(path).extension().string());
-    if (e == ".FIT" || e == ".FITS" || e == ".FTS")
-        return "FITS";
-    if (e == ".TIF" || e == ".TIFF")
-        return "TIFF";
-    if (e == ".JPG" || e == ".JPE" || e == ".JPEG")
-        return "JPEG";
-    if (e == ".BMP")
-        return "BMP";
-    for (const char* s : {".SBIG", ".ST2K", ".ST4K", ".STX", ".ST5", ".ST6", ".ST7", ".ST8", ".ST9",
-                          ".STV", ".255", ".237"})
-        if (e == s)
-            return "SBIG";
-    return {};
+    const std::string kind = ImageKindOfExtension(fs::path(path).extension().string());
+    return kind == "RAW" ? std::string() : kind;
 }
 
 /// Size and colour of a frame file from its header (SBIG files are read: mono by kind).

@@ -54,6 +54,16 @@ void CProcessWindow::BeginHistory(const std::string& firstOperation) {
     stepDirty = false;
 }
 
+std::vector<int> CProcessWindow::SelectedSlots() const {
+    if (image.colorType != ColorRGB)
+        return image.Slots();
+    std::vector<int> slots;
+    for (int s = 0; s < 3; ++s)
+        if (channelSelect[s])
+            slots.push_back(s);
+    return slots;
+}
+
 bool CProcessWindow::BeginOperator(const std::string& name) {
     currentOp = name;
     if (WorksInPlace(name) && name == lastOp && pending)

@@ -86,6 +86,9 @@ public:
 
     /// Channels that per-channel operators apply to on an RGB image (main window selection).
     bool channelSelect[3] = {true, true, true};
+    /// The slots a per-channel operator applies to: the one slot of a monochrome image, or the
+    /// selected channels of an RGB image, in the order red, green, blue.
+    std::vector<int> SelectedSlots() const;
 
     // ---- Main window: role flags, temporary files, closing (engine/workbench/MainWindow*) ----
     // Every flag is set by the tool or job that takes the role and cleared by it. The targets

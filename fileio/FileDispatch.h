@@ -30,4 +30,8 @@ std::string UpperExtension(const std::string& extension);
 /// True when the upper-cased extension names FITS (".FIT", ".FTS", ".FITS").
 bool IsFitsExtension(const std::string& extension);
 
+/// The still-image kind an extension names (upper-cased, with its dot): "FITS", "TIFF",
+/// "JPEG", "BMP", "SBIG", "RAW", or "" when the extension is not one of the image kinds.
+std::string ImageKindOfExtension(const std::string& extension);
+
 } // namespace astrivelle

@@ -68,27 +68,6 @@ const std::vector<std::string>& OperationNames() {
 
 // ---- usable files ---------------------------------------------------------------------------
 
-std::string ImageKindOfExtension(const std::string& extension) {
-    const std::string e = UpperExtension(extension);
-    if (e == ".FIT" || e == ".FITS" || e == ".FTS")
-        return "FITS";
-    if (e == ".TIF" || e == ".TIFF")
-        return "TIFF";
-    if (e == ".JPG" || e == ".JPE" || e == ".JPEG")
-        return "JPEG";
-    if (e == ".BMP")
-        return "BMP";
-    if (e == ".RAW")
-        return "RAW";
-    static const char* sbig[] = {".ST5",  ".ST6",  ".ST7", ".ST8",  ".STX",  ".255",
-                                 ".237",  ".ST9",  ".STV", ".ST2K", ".ST4K", ".SBIG",
-                                 ".ST10", ".ST1K", ".ST4", ".PSR",  ".TRM"};
-    for (const char* s : sbig)
-        if (e == s)
-            return "SBIG";
-    return {};
-}
-
 namespace {
 
 struct HeaderFacts {

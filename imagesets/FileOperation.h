@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "engine/Notify.h"
+#include "fileio/FileDispatch.h"
 
 namespace astrivelle {
 
@@ -78,10 +79,6 @@ inline constexpr const char* kPrefixCharsText =
 inline constexpr const char* kPrefixForbiddenChars = "\\/:*?\"<>|";
 
 // ---- usable files ---------------------------------------------------------------------------
-
-/// The still-image kind an extension names (upper-cased, with its dot): "FITS", "TIFF",
-/// "JPEG", "BMP", "SBIG", "RAW", or "" when the extension is not one of the image kinds.
-std::string ImageKindOfExtension(const std::string& extension);
 
 /// What CheckFiles found, per file, in list order.
 struct CheckedFile {

@@ -9,17 +9,6 @@ namespace astrivelle {
 
 namespace {
 
-/// The one slot of a monochrome image, or the selected channels of an RGB image.
-std::vector<int> SelectedSlots(const CProcessWindow& w) {
-    if (w.image.colorType != ColorRGB)
-        return w.image.Slots();
-    std::vector<int> slots;
-    for (int s = 0; s < 3; ++s)
-        if (w.channelSelect[s])
-            slots.push_back(s);
-    return slots;
-}
-
 /// A restoration run: iteration 1 opens the step, the later ones repeat it (pending), cancel
 /// and Step Through act between iterations, and the record ends with the count done.
 template <class Iterate>
@@ -36,7 +25,7 @@ bool RunRestoration(CProcessWindow& w, const char* name, const std::string& text
         if (it > 1 && progress && progress->Cancelled())
             break;
         const bool ok = w.RunOperator(name, text, [&](bool pending) {
-            for (int s : SelectedSlots(w))
+            for (int s : w.SelectedSlots())
                 if (!iterate(planes, s, pending, it == 1)) {
                     w.notify().Message(kCantAllocateText);
                     return false;
@@ -97,7 +86,7 @@ bool CProcessWindow::UnsharpMask(const UnsharpParams& params, const CCustomFilte
         p.customName = filter.name;
     }
     return RunOperator("Unsharp Mask", FormatUnsharp(p), [&](bool pending) {
-        for (int s : SelectedSlots(*this))
+        for (int s : SelectedSlots())
             if (!image.UnsharpMask(pending, image.prevPlane[s], image.curPlane[s],
                                    weights.empty() ? nullptr : weights.data(), p.radius, p.variant,
                                    p.filter, p.backgroundWeight, p.threshold, p.strength,
@@ -147,7 +136,7 @@ bool CProcessWindow::AdaptiveRestoration(const AdaptiveRestorationParams& params
 
 bool CProcessWindow::EdgeExtract(const EdgeParams& p) {
     return RunOperator("Edge Extract", FormatEdge(p), [&](bool pending) {
-        for (int s : SelectedSlots(*this))
+        for (int s : SelectedSlots())
             if (!image.EdgeExtract(pending, image.prevPlane[s], image.curPlane[s], p.type,
                                    p.binarize, p.threshold, p.brightness, (p.window - 1) / 2,
                                    p.edgeWidth)) {

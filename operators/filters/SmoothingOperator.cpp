@@ -15,15 +15,7 @@ bool CProcessWindow::Smoothing(const SmoothingParams& params, IProgress* progres
         notify().Message(text);
         return false;
     }
-    // The selected planes in the order red, green, blue; a monochrome image has one.
-    std::vector<int> slots;
-    if (image.colorType == ColorRGB) {
-        for (int s = 0; s < 3; ++s)
-            if (channelSelect[s])
-                slots.push_back(s);
-    } else {
-        slots = image.Slots();
-    }
+    const std::vector<int> slots = SelectedSlots();
     return RunOperator("Smoothing", FormatSmoothing(p), [&](bool pending) {
         for (int s : slots)
             if (!image.Smooth(progress, pending, image.prevPlane[s], image.curPlane[s], p.type,

@@ -7,18 +7,6 @@ namespace astrivelle {
 
 namespace {
 
-/// Slots that a per-channel operator applies to: the one slot of a monochrome image, or the
-/// selected channels of an RGB image.
-std::vector<int> SelectedSlots(const CProcessWindow& w) {
-    if (w.image.colorType != ColorRGB)
-        return w.image.Slots();
-    std::vector<int> slots;
-    for (int s = 0; s < 3; ++s)
-        if (w.channelSelect[s])
-            slots.push_back(s);
-    return slots;
-}
-
 /// One Pixel Math application through the operator skeleton. Add and Subtract run per
 /// selected channel; Multiply and Divide on RGB take all three planes at once.
 bool RunPixelMath(CProcessWindow& w, PixelMathParams::Op op, double constant, int applyMin,
@@ -33,7 +21,7 @@ bool RunPixelMath(CProcessWindow& w, PixelMathParams::Op op, double constant, in
         else if (op == Op::Divide && rgb)
             img.PixelDivideColor(pending, constant, applyMin, applyMax, feather);
         else
-            for (int s : SelectedSlots(w)) {
+            for (int s : w.SelectedSlots()) {
                 float* prev = img.prevPlane[s];
                 float* cur = img.curPlane[s];
                 if (op == Op::Multiply)

@@ -117,6 +117,27 @@ double PlainWindow(const float* copy, int w, int h, int x, int y, const WindowFi
     return filter.lowPass ? sum / weightSum : sum;
 }
 
+/// The plain gather of a window that lies inside the plane: the same entries in the same order
+/// as PlainWindow, read straight from the rows.
+inline double PlainWindowInside(const float* copy, int w, int x, int y,
+                                const WindowFilter& filter) {
+    const int half = filter.half, side = filter.Side();
+    double sum = 0.0;
+    int weightSum = 0;
+    const double* weights = filter.weights;
+    for (int dy = -half; dy <= half; ++dy) {
+        const float* row = copy + static_cast<std::size_t>(y + dy) * w + (x - half);
+        for (int k = 0; k < side; ++k, ++weights) {
+            const double v = row[k];
+            if (v == -1.0)
+                continue;
+            sum += v * *weights;
+            weightSum = static_cast<int>(weightSum + *weights);
+        }
+    }
+    return filter.lowPass ? sum / weightSum : sum;
+}
+
 /// Bits below the binary point of a float (0 for whole numbers); large for inf and NaN.
 inline int FractionBits(float f) {
     std::uint32_t u;
@@ -256,10 +277,11 @@ void RunningRow(const float* copy, int w, int h, int y, int half, bool lowPass, 
 }
 
 /// One plane of the curve: v = pre(src + offset); with a filter the blurred value is taken on
-/// `copy`. Writes clamped results to `out`.
+/// `copy`. Hands each result to `store(i, result)`, which clamps and keeps it.
+template <class Store>
 Outcome CurvePlane(const Image& img, const float* src, int offset, const PreStretch& pre,
-                   const float* copy, const WindowFilter* filter, const DdpCurve& curve, float* out,
-                   IProgress* progress) {
+                   const float* copy, const WindowFilter* filter, const DdpCurve& curve,
+                   Store&& store, IProgress* progress) {
     const int w = img.width, h = img.height;
     const double top = img.maxValue;
     if (!filter) {
@@ -268,8 +290,7 @@ Outcome CurvePlane(const Image& img, const float* src, int offset, const PreStre
                 for (std::size_t i = static_cast<std::size_t>(y) * w,
                                  e = i + static_cast<std::size_t>(w);
                      i < e; ++i)
-                    out[i] = static_cast<float>(ClampStretch(
-                        curve.Plain(pre(static_cast<double>(src[i]) + offset)), 0.0, top));
+                    store(i, curve.Plain(pre(static_cast<double>(src[i]) + offset)));
         });
         return Cancelled(progress) ? Outcome::Cancelled : Outcome::Done;
     }
@@ -292,6 +313,15 @@ Outcome CurvePlane(const Image& img, const float* src, int offset, const PreStre
                     const bool slide = y > y0 && y - 1 - filter->half >= 0 && y + filter->half < h;
                     RunningRow(copy, w, h, y, filter->half, filter->lowPass, slide, colSum, colSkip,
                                blurred);
+                } else if (y >= filter->half && y + filter->half < h && w > 2 * filter->half) {
+                    const int first = filter->half,
+                              last = w - filter->half; // inside: [first, last)
+                    for (int x = 0; x < first; ++x)
+                        blurred[x] = PlainWindow(copy, w, h, x, y, *filter);
+                    for (int x = first; x < last; ++x)
+                        blurred[x] = PlainWindowInside(copy, w, x, y, *filter);
+                    for (int x = last; x < w; ++x)
+                        blurred[x] = PlainWindow(copy, w, h, x, y, *filter);
                 } else {
                     for (int x = 0; x < w; ++x)
                         blurred[x] = PlainWindow(copy, w, h, x, y, *filter);
@@ -299,8 +329,7 @@ Outcome CurvePlane(const Image& img, const float* src, int offset, const PreStre
                 const std::size_t row = static_cast<std::size_t>(y) * w;
                 for (int x = 0; x < w; ++x) {
                     const double v = pre(static_cast<double>(src[row + x]) + offset);
-                    out[row + x] =
-                        static_cast<float>(ClampStretch(curve.Filtered(v, blurred[x]), 0.0, top));
+                    store(row + x, curve.Filtered(v, blurred[x]));
                 }
             }
         }
@@ -396,8 +425,13 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
         }
         if (progress)
             progress->SetProgress(2, 3);
-        const Outcome done = CurvePlane(*this, in, offset, pre, copy, filtering ? &filter : nullptr,
-                                        curve, curPlane[s], progress);
+        float* out = curPlane[s];
+        const Outcome done = CurvePlane(
+            *this, in, offset, pre, copy, filtering ? &filter : nullptr, curve,
+            [out, top](std::size_t i, double v) {
+                out[i] = static_cast<float>(ClampStretch(v, 0.0, top));
+            },
+            progress);
         if (done != Outcome::Done)
             return false;
         if (progress)
@@ -413,7 +447,7 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
     if (filtering && customRefused)
         return false;
     ScratchPlanes scratch;
-    if (filtering && !scratch.Take(2, count))
+    if (filtering && !scratch.Take(1, count))
         return false; // nothing changed
     const int passes = filtering ? 5 : 2;
     int offset[3];
@@ -455,7 +489,6 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
 
     // 2. The value plane of the pre-stretched input without offset, and its own offset.
     float* value = scratch.planes[0];
-    float* second = scratch.planes[1];
     const PreStretch pre0 = pre;
     ParallelRows(height, [&](int y0, int y1) {
         const std::size_t end = static_cast<std::size_t>(y1) * w;
@@ -475,25 +508,23 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
     if (progress)
         progress->SetProgress(3, passes);
 
-    // 3. The one-plane curve on the value plane, without a pre-stretch.
+    // 3. The one-plane curve on the value plane, without a pre-stretch; 4. each new value
+    // replaces its pixel's own as soon as it is known (nothing reads the colour planes).
     const PreStretch none{ScaleType::None, 1.0, 0.0, 1.0, top, true};
-    if (CurvePlane(*this, value, 0, none, value, &filter, curve, second, progress) != Outcome::Done)
+    auto replaceValue = [&out, top](std::size_t i, double newValue) {
+        const double second = static_cast<float>(ClampStretch(newValue, 0.0, top));
+        double h, s, v, r, g, b;
+        RgbToHsv(out[0][i], out[1][i], out[2][i], &h, &s, &v);
+        HsvToRgb(h, s, second, &r, &g, &b);
+        out[0][i] = static_cast<float>(ClampStretch(r, 0.0, top));
+        out[1][i] = static_cast<float>(ClampStretch(g, 0.0, top));
+        out[2][i] = static_cast<float>(ClampStretch(b, 0.0, top));
+    };
+    if (CurvePlane(*this, value, 0, none, value, &filter, curve, replaceValue, progress) !=
+        Outcome::Done)
         return false;
     if (progress)
         progress->SetProgress(4, passes);
-
-    // 4. The new value replaces each pixel's own.
-    ParallelRows(height, [&](int y0, int y1) {
-        const std::size_t end = static_cast<std::size_t>(y1) * w;
-        for (std::size_t i = static_cast<std::size_t>(y0) * w; i < end; ++i) {
-            double h, s, v, r, g, b;
-            RgbToHsv(out[0][i], out[1][i], out[2][i], &h, &s, &v);
-            HsvToRgb(h, s, second[i], &r, &g, &b);
-            out[0][i] = static_cast<float>(ClampStretch(r, 0.0, top));
-            out[1][i] = static_cast<float>(ClampStretch(g, 0.0, top));
-            out[2][i] = static_cast<float>(ClampStretch(b, 0.0, top));
-        }
-    });
     if (progress)
         progress->SetProgress(passes, passes);
     return true;

@@ -6,6 +6,8 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <random>
 
 #include "TestSupport.h"
 #include "engine/ProcessStructure.h"
@@ -103,6 +105,73 @@ TEST(Levels, MatchesThePlainRule) {
                 ASSERT_EQ(img.curPlane[0][i], Oracle(s, img.prevPlane[0][i]))
                     << "pixel " << i << " value " << img.prevPlane[0][i] << " black " << s.black;
         }
+}
+
+TEST(Levels, FractionalPlanesEqualThePlainPowerForm) {
+    // Fractional values everywhere (the power is evaluated per pixel), on a small image and on
+    // one large enough for the integer-level table; near the segment ends too.
+    const LevelsSet cases[] = {
+        Set(1200, 9000, 30000, 0.8, 1.3, 60000, 0, 65535),
+        Set(100, 30000, 20000, 2.2, 0.4, 60000, 50, 64000),
+        Set(0, 32767, 32767, 0.0, 1.0, 65535, 0, 65535),
+        Set(20000, 30000, 10000, 3.0, 3.0, 50000, 65535, 0),
+        Set(1000, 2000, 40000, 1.0, 1.0, 3000, 0, 65535),
+        Set(500, 700, 1000, 9.5, 0.05, 900, 0, 65535),
+        Set(0, 65535, 65535, 0.999, 1.001, 65535, 0, 65535),
+        Set(1, 2, 30000, 100.0, 1e-4, 65535, 0, 65535),
+    };
+    std::mt19937 rng(17);
+    std::uniform_real_distribution<float> any(-10.0f, 70000.0f), unit(0.0f, 1.0f);
+    for (const LevelsSet& s : cases)
+        for (int rows : {7, 440}) {
+            const int ends[] = {s.black, s.midtone, s.white};
+            Image img;
+            MakeImage(img, 600, rows, ColorGray, [&](int, int x, int) {
+                if (x % 5 == 0) // within a few levels of a segment end
+                    return ends[x % 3] + (unit(rng) - 0.5f) * 8.0f;
+                if (x % 7 == 0) // within a hair of one
+                    return ends[x % 3] + (unit(rng) - 0.5f) * 1e-3f;
+                return any(rng);
+            });
+            Apply(img, 0, s);
+            long mismatches = 0;
+            for (std::uint32_t i = 0; i < img.pixelCount; ++i)
+                if (img.curPlane[0][i] != Oracle(s, img.prevPlane[0][i]) && ++mismatches < 5)
+                    ADD_FAILURE() << "value " << img.prevPlane[0][i] << " gives "
+                                  << img.curPlane[0][i] << ", the plain form "
+                                  << Oracle(s, img.prevPlane[0][i]) << " (gammas " << s.blackGamma
+                                  << ", " << s.whiteGamma << ")";
+            EXPECT_EQ(mismatches, 0);
+        }
+}
+
+TEST(Levels, SubnormalAndSpecialValuesEqualThePlainPowerForm) {
+    const float special[] = {1e-45f,
+                             1e-40f,
+                             1e-30f,
+                             -0.0f,
+                             0.0f,
+                             0.5f,
+                             1.0f,
+                             65535.0f,
+                             std::numeric_limits<float>::infinity(),
+                             -std::numeric_limits<float>::infinity(),
+                             std::numeric_limits<float>::quiet_NaN(),
+                             65534.99f,
+                             3e38f};
+    for (const LevelsSet& s : {Set(0, 30000, 30000, 0.5, 2.0, 65535, 0, 65535),
+                               Set(0, 10, 30000, 0.5, 2.0, 65535, 100, 65535)}) {
+        Image img;
+        MakeImage(img, 13, 8, ColorGray, [&](int, int x, int) { return special[x]; });
+        Apply(img, 0, s);
+        for (std::uint32_t i = 0; i < img.pixelCount; ++i) {
+            const float expect = Oracle(s, img.prevPlane[0][i]);
+            if (std::isnan(expect))
+                EXPECT_TRUE(std::isnan(img.curPlane[0][i])) << i;
+            else
+                EXPECT_EQ(img.curPlane[0][i], expect) << "value " << img.prevPlane[0][i];
+        }
+    }
 }
 
 TEST(Levels, EdgeValues) {

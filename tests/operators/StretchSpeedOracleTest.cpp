@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file Digital Development's three-plane path against its steps written out plainly (curve
+/// and decompress colour, value plane with its own offset, the window curve, the value swapped
+/// into each pixel's HSV), bit for bit, on fractional colour data with zero channels, every
+/// filter and Fix Defects both ways; and the plain window gather on fractional data.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "TestSupport.h"
+#include "operators/FilterSupport.h"
+#include "operators/Stretch.h"
+
+using namespace astrivelle;
+using namespace astrivelle::test;
+
+namespace {
+
+constexpr double M = 65535.0;
+
+/// The window about (x, y) by the mirror rule, -1.0 skipped, integer weight sum.
+double Blur(const std::vector<float>& copy, int w, int h, int x, int y, int side,
+            const double* weights, bool lowPass) {
+    const int half = side / 2;
+    double sum = 0;
+    int weightSum = 0;
+    for (int dy = -half; dy <= half; ++dy)
+        for (int dx = -half; dx <= half; ++dx) {
+            const double v = copy[MirrorIndex(y, dy, h) * w + MirrorIndex(x, dx, w)];
+            const double wt = weights[(dy + half) * side + (dx + half)];
+            if (v == -1.0)
+                continue;
+            sum += v * wt;
+            weightSum = static_cast<int>(weightSum + wt);
+        }
+    return lowPass ? sum / weightSum : sum;
+}
+
+struct Settings {
+    ScaleType type;
+    double scale, black, white;
+    int filter; ///< index into the sharpening filters
+    bool fix;
+    double strength, weight;
+    int bmin, breakPoint;
+};
+
+/// The three-plane run written out from its steps.
+void Reference(Image& img, const Settings& s, const CCustomFilter& custom) {
+    const int w = img.width, h = img.height, n = w * h;
+    const PreStretch pre{s.type, s.scale, s.black, s.white, M, true};
+    int offset[3];
+    for (int c = 0; c < 3; ++c)
+        offset[c] = BackgroundOffset(img.MedianLevelOfPlane(img.prevPlane[c]), s.weight);
+    const double a = s.breakPoint, bmin = s.bmin;
+    auto plainCurve = [&](double v) { return v / (v + a + 1.0) * M + bmin; };
+    std::vector<float> out[3] = {std::vector<float>(n), std::vector<float>(n),
+                                 std::vector<float>(n)};
+    for (int y = 0; y < h; ++y) {
+        double held = kDdpRowStartBlueRatio;
+        for (int x = 0; x < w; ++x) {
+            const int i = y * w + x;
+            double q[3], o[3];
+            for (int c = 0; c < 3; ++c)
+                q[c] = pre(static_cast<double>(img.prevPlane[c][i]) + offset[c]);
+            DecompressColor(q[0], q[1], q[2], plainCurve(q[0]), plainCurve(q[1]), plainCurve(q[2]),
+                            0.3, 0.55, 0.8, &held, &o[0], &o[1], &o[2]);
+            for (int c = 0; c < 3; ++c)
+                out[c][i] = static_cast<float>(ClampStretch(o[c], 0.0, M));
+        }
+    }
+    if (s.filter != 0 && s.strength > 0.0) {
+        std::vector<float> value(n);
+        for (int i = 0; i < n; ++i)
+            value[i] = static_cast<float>(
+                ClampStretch(std::max(pre(img.prevPlane[0][i]),
+                                      std::max(pre(img.prevPlane[1][i]), pre(img.prevPlane[2][i]))),
+                             0.0, M));
+        Image valueImage;
+        MakeImage(valueImage, w, h, ColorGray, [&](int, int x, int y) { return value[y * w + x]; });
+        const int vOffset =
+            BackgroundOffset(valueImage.MedianLevelOfPlane(valueImage.curPlane[0]), s.weight);
+        for (float& v : value) {
+            const double d = static_cast<double>(v) + vOffset;
+            v = d <= 0.0 ? 1.0f : static_cast<float>(d);
+        }
+        std::vector<double> box(81, 1.0);
+        const int side = s.filter == 5 ? custom.size : 2 * s.filter + 1;
+        const double* weights = s.filter == 5 ? custom.weights.data() : box.data();
+        const bool lowPass = s.filter == 5 ? custom.lowPass : true;
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const int i = y * w + x;
+                const double v = value[i];
+                const double f = Blur(value, w, h, x, y, side, weights, lowPass);
+                const double d = (1.0 - s.strength) * v + s.strength * f + a + 1.0;
+                double o = v / d * M + bmin;
+                if (s.fix)
+                    o = std::max(o, v / (a + v + 1.0) * M + bmin);
+                const double second = static_cast<float>(ClampStretch(o, 0.0, M));
+                double hh, ss, vv, r, g, b;
+                Image::RgbToHsv(out[0][i], out[1][i], out[2][i], &hh, &ss, &vv);
+                Image::HsvToRgb(hh, ss, second, &r, &g, &b);
+                out[0][i] = static_cast<float>(ClampStretch(r, 0.0, M));
+                out[1][i] = static_cast<float>(ClampStretch(g, 0.0, M));
+                out[2][i] = static_cast<float>(ClampStretch(b, 0.0, M));
+            }
+    }
+    for (int c = 0; c < 3; ++c)
+        std::copy(out[c].begin(), out[c].end(), img.curPlane[c]);
+}
+
+void Fill(Image& img, int w, int h, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::normal_distribution<float> noise(0.f, 40.f);
+    MakeImage(img, w, h, ColorRGB, [&](int s, int x, int y) -> double {
+        if ((x + 2 * y) % 11 == 0)
+            return 0.0; // zero channels (and whole zero pixels where the rule meets all three)
+        if ((x * 3 + y + s) % 13 == 0)
+            return 0.0;
+        float v = 1200.f + 40.f * s + 3.7f * x + 2.1f * y + noise(rng);
+        if ((x * 7 + y * 5) % 23 == 0)
+            v += 30000.f + 1000.f * s;
+        return std::clamp(v, 0.f, 65535.f);
+    });
+}
+
+} // namespace
+
+TEST(DigitalDevelopmentThreePlanes, EqualTheStepsWrittenOutBitForBit) {
+    CCustomFilter custom;
+    custom.size = 5;
+    custom.lowPass = true;
+    for (int k = 0; k < 25; ++k)
+        custom.weights[k] = (k * 7) % 5 == 0 ? 2.5 : 1.0;
+    const Settings settings[] = {
+        {ScaleType::None, 1.0, 0.0, 1.0, 4, false, 0.5, 1.0, 0, 2000},
+        {ScaleType::None, 1.0, 0.0, 1.0, 4, true, 0.9, 0.8, 30, 400},
+        {ScaleType::Linear, 1.3, 0.01, 0.95, 1, true, 0.3, 1.0, 10, 800},
+        {ScaleType::Root, 0.6, 0.002, 1.0, 2, false, 1.0, 0.5, 0, 100},
+        {ScaleType::Power, 1.4, 0.0, 0.9, 3, true, 0.7, 1.1, 5, 3000},
+        {ScaleType::None, 1.0, 0.0, 1.0, 5, false, 0.6, 1.0, 0, 1500},
+        {ScaleType::Linear, 0.8, 0.0, 1.0, 5, true, 0.4, 0.9, 0, 700},
+        {ScaleType::None, 1.0, 0.0, 1.0, 0, false, 0.0, 1.0, 0, 2000},
+    };
+    for (const auto& [w, h] : {std::pair{37, 29}, std::pair{6, 5}, std::pair{64, 3}})
+        for (const Settings& s : settings) {
+            Image img, ref;
+            Fill(img, w, h, w * 31 + h);
+            Fill(ref, w, h, w * 31 + h);
+            DigitalDevelopmentParams p;
+            p.scaleType = s.type;
+            p.pre.scale = s.scale;
+            p.pre.black = s.black;
+            p.pre.white = s.white;
+            p.filter = kSharpeningFilterTexts[s.filter];
+            p.fixDefects = s.fix;
+            p.strength = s.strength;
+            p.backgroundWeight = s.weight;
+            p.backgroundMin = s.bmin;
+            p.breakPoint = s.breakPoint;
+            p.red = 0.3;
+            p.green = 0.55;
+            p.blue = 0.8;
+            ASSERT_TRUE(RunDigitalDevelopment(img, p, StretchChannels{}, false, &custom, nullptr));
+            Reference(ref, s, custom);
+            for (int c = 0; c < 3; ++c)
+                for (int i = 0; i < w * h; ++i)
+                    ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
+                        << w << "x" << h << " filter " << s.filter << " fix " << s.fix << " plane "
+                        << c << " pixel " << i;
+        }
+}
+
+TEST(DigitalDevelopmentThreePlanes, PlainGatherOnFineFractionsEqualsTheWindowRule) {
+    // Values with bits far below the point take the plain gather of each window.
+    const int w = 41, h = 23;
+    std::mt19937 rng(3);
+    std::vector<double> in(w * h);
+    for (std::size_t i = 0; i < in.size(); ++i)
+        in[i] = i % 17 == 0 ? 1e-9 * (i % 5) : (rng() % 60000) / 7.0;
+    for (const char* filter : {"Soft", "Hard Plus"}) {
+        Image img;
+        MakeImage(img, w, h, ColorGray, [&](int, int x, int y) { return in[y * w + x]; });
+        DigitalDevelopmentParams p;
+        p.filter = filter;
+        p.strength = 0.7;
+        p.breakPoint = 900;
+        p.backgroundWeight = 0.0;
+        stretch_testing::ResetWindowCounts();
+        ASSERT_TRUE(RunDigitalDevelopment(img, p, StretchChannels{}, false, nullptr, nullptr));
+        EXPECT_EQ(stretch_testing::PlainPlanes(), 1);
+        std::vector<float> copy(in.begin(), in.end());
+        std::vector<double> box(81, 1.0);
+        const int side = std::string(filter) == "Soft" ? 3 : 9;
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const double v = copy[y * w + x];
+                const double f = Blur(copy, w, h, x, y, side, box.data(), true);
+                const double o = v / ((1.0 - 0.7) * v + 0.7 * f + 900.0 + 1.0) * M;
+                ASSERT_EQ(img.curPlane[0][y * w + x], static_cast<float>(ClampStretch(o, 0.0, M)))
+                    << filter << " " << x << "," << y;
+            }
+    }
+}
