@@ -20,50 +20,9 @@
 #include "engine/SetupParams.h"
 #include "shell/DigitalDevelopmentTool.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
-
-namespace {
-
-QString Number(double value, int decimals) {
-    return QLocale::c().toString(value, 'f', decimals);
-}
-
-QLineEdit* MakeEdit(QWidget* parent, const char* name) {
-    auto* edit = new QLineEdit(parent);
-    edit->setObjectName(name);
-    edit->setMaximumWidth(100);
-    return edit;
-}
-
-QSlider* MakeSlider(QWidget* parent, const char* name, int top) {
-    auto* slider = new QSlider(Qt::Horizontal, parent);
-    slider->setObjectName(name);
-    slider->setRange(0, top);
-    slider->setMinimumWidth(160);
-    return slider;
-}
-
-template <std::size_t N>
-QComboBox* MakeCombo(QWidget* parent, const char* name, const std::array<const char*, N>& items) {
-    auto* combo = new QComboBox(parent);
-    combo->setObjectName(name);
-    for (const char* item : items)
-        combo->addItem(QString::fromLatin1(item));
-    return combo;
-}
-
-std::string Text(const QComboBox* combo) {
-    return combo->currentText().toStdString();
-}
-
-void Choose(QComboBox* combo, const std::string& text) {
-    const int i = combo->findText(QString::fromStdString(text));
-    if (i >= 0)
-        combo->setCurrentIndex(i);
-}
-
-} // namespace
 
 CArcSinH* CArcSinH::Show(ShellContext& context) {
     return ShowTool<CArcSinH>(context);
@@ -75,12 +34,12 @@ CArcSinH::CArcSinH(ShellContext& context) : ToolFrame(context, kTitle, kClassNam
     auto* grid = new QGridLayout;
     grid->setColumnStretch(2, 1);
     weightRange = MakeCombo(this, "weightRange", kWeightRangeTexts);
-    backgroundWeight = MakeEdit(this, "backgroundWeight");
+    backgroundWeight = MakeNumberEdit(this, "backgroundWeight");
     weightSlider = MakeSlider(this, "weightSlider", kWeightSliderSteps);
     powerRange = MakeCombo(this, "powerRange", kPowerRangeTexts);
-    power = MakeEdit(this, "power");
+    power = MakeNumberEdit(this, "power");
     powerSlider = MakeSlider(this, "powerSlider", kPowerSliderSteps);
-    expand = MakeEdit(this, "expand");
+    expand = MakeNumberEdit(this, "expand");
     backgroundMin = new QSpinBox(this);
     backgroundMin->setObjectName("backgroundMin");
     backgroundMin->setRange(0, 65535);
@@ -102,24 +61,15 @@ CArcSinH::CArcSinH(ShellContext& context) : ToolFrame(context, kTitle, kClassNam
     const char* labels[3] = {"Red", "Green", "Blue"};
     const char* sliderNames[3] = {"redSlider", "greenSlider", "blueSlider"};
     for (int c = 0; c < 3; ++c) {
-        colorEdits[c] = MakeEdit(this, names[c]);
+        colorEdits[c] = MakeNumberEdit(this, names[c]);
         colorSliders[c] = MakeSlider(this, sliderNames[c], kColorWeightSliderTop);
         add(labels[c], colorEdits[c], colorSliders[c]);
     }
     Body()->addLayout(grid);
 
-    auto* checks = new QHBoxLayout;
-    enableSliders = new QCheckBox("Enable Sliders", this);
-    enableSliders->setObjectName("enableSliders");
-    resetButton = new QPushButton("Reset", this);
-    resetButton->setObjectName("reset");
-    checks->addWidget(enableSliders);
-    if (QLayout* frameLayout = layout())
-        frameLayout->removeWidget(lockCheck);
-    checks->addWidget(lockCheck);
-    checks->addStretch(1);
-    checks->addWidget(resetButton);
-    Body()->addLayout(checks);
+    enableSliders = MakeCheck(this, "Enable Sliders", "enableSliders");
+    resetButton = MakeButton(this, "Reset", "reset");
+    Body()->addLayout(CheckRow(this, {enableSliders}, resetButton));
 
     auto follow = [this](QSlider* slider, auto toText) {
         connect(slider, &QSlider::valueChanged, this, [this, toText](int position) {
@@ -130,26 +80,28 @@ CArcSinH::CArcSinH(ShellContext& context) : ToolFrame(context, kTitle, kClassNam
         });
     };
     follow(weightSlider, [this](int p) {
-        backgroundWeight->setText(Number(WeightFromSlider(Text(weightRange), p), 5));
+        backgroundWeight->setText(FixedText(WeightFromSlider(ComboText(weightRange), p), 5));
     });
-    follow(powerSlider,
-           [this](int p) { power->setText(Number(PowerFromSlider(Text(powerRange), p), 3)); });
+    follow(powerSlider, [this](int p) {
+        power->setText(FixedText(PowerFromSlider(ComboText(powerRange), p), 3));
+    });
     for (int c = 0; c < 3; ++c)
-        follow(colorSliders[c], [this, c](int p) { colorEdits[c]->setText(Number(p / 500.0, 3)); });
+        follow(colorSliders[c],
+               [this, c](int p) { colorEdits[c]->setText(FixedText(p / 500.0, 3)); });
     for (QLineEdit* e : {backgroundWeight, power, colorEdits[0], colorEdits[1], colorEdits[2]})
         connect(e, &QLineEdit::textEdited, this, [this] { SyncSliders(); });
     // A typed power is held inside its range.
     connect(power, &QLineEdit::editingFinished, this, [this] {
-        power->setText(Number(ClampToRange(Text(powerRange), FieldNumber(power, 1.0)), 3));
+        power->setText(FixedText(ClampToRange(ComboText(powerRange), FieldNumber(power, 1.0)), 3));
         SyncSliders();
     });
     connect(powerRange, &QComboBox::currentIndexChanged, this, [this] {
-        power->setText(Number(ClampToRange(Text(powerRange), FieldNumber(power, 1.0)), 3));
+        power->setText(FixedText(ClampToRange(ComboText(powerRange), FieldNumber(power, 1.0)), 3));
         SyncSliders();
     });
     connect(weightRange, &QComboBox::currentIndexChanged, this, [this] {
         backgroundWeight->setText(
-            Number(ClampToRange(Text(weightRange), FieldNumber(backgroundWeight, 1.0)), 5));
+            FixedText(ClampToRange(ComboText(weightRange), FieldNumber(backgroundWeight, 1.0)), 5));
         SyncSliders();
     });
     connect(preStretch, &CPreStretchPanel::slid, this, [this] { Slid(); });
@@ -168,8 +120,8 @@ CArcSinH::CArcSinH(ShellContext& context) : ToolFrame(context, kTitle, kClassNam
 void CArcSinH::SyncSliders() {
     syncing_ = true;
     weightSlider->setValue(
-        WeightSliderPosition(Text(weightRange), FieldNumber(backgroundWeight, 1.0)));
-    powerSlider->setValue(PowerSliderPosition(Text(powerRange), FieldNumber(power, 1.0)));
+        WeightSliderPosition(ComboText(weightRange), FieldNumber(backgroundWeight, 1.0)));
+    powerSlider->setValue(PowerSliderPosition(ComboText(powerRange), FieldNumber(power, 1.0)));
     for (int c = 0; c < 3; ++c)
         colorSliders[c]->setValue(
             static_cast<int>(std::lround(FieldNumber(colorEdits[c], 0.5) * 500)));
@@ -185,8 +137,8 @@ ArcSinHParams CArcSinH::Values() const {
     ArcSinHParams p;
     p.scaleType = preStretch->Type();
     p.pre = preStretch->Settings();
-    p.weightRange = Text(weightRange);
-    p.powerRange = Text(powerRange);
+    p.weightRange = ComboText(weightRange);
+    p.powerRange = ComboText(powerRange);
     p.backgroundMin = backgroundMin->value();
     p.backgroundWeight = FieldNumber(backgroundWeight, 1.0);
     p.power = FieldNumber(power, 1.0);
@@ -200,15 +152,15 @@ ArcSinHParams CArcSinH::Values() const {
 void CArcSinH::SetValues(const ArcSinHParams& p) {
     syncing_ = true;
     preStretch->SetValues(p.scaleType, p.pre);
-    Choose(weightRange, p.weightRange);
-    Choose(powerRange, p.powerRange);
+    ChooseText(weightRange, p.weightRange);
+    ChooseText(powerRange, p.powerRange);
     backgroundMin->setValue(p.backgroundMin);
-    backgroundWeight->setText(Number(p.backgroundWeight, 5));
-    power->setText(Number(p.power, 3));
-    expand->setText(Number(p.expand, 3));
+    backgroundWeight->setText(FixedText(p.backgroundWeight, 5));
+    power->setText(FixedText(p.power, 3));
+    expand->setText(FixedText(p.expand, 3));
     const double weights[3] = {p.red, p.green, p.blue};
     for (int c = 0; c < 3; ++c)
-        colorEdits[c]->setText(Number(weights[c], 3));
+        colorEdits[c]->setText(FixedText(weights[c], 3));
     syncing_ = false;
     SyncSliders();
 }
@@ -242,17 +194,9 @@ void CArcSinH::OnApply() {
 }
 
 OperatorTool ArcSinHToolEntry() {
-    OperatorTool t;
-    t.operations = {CArcSinH::kTitle};
-    t.submenu = QStringLiteral("&Tone");
-    t.menuText = QStringLiteral("&ArcSinH...");
-    t.objectName = QStringLiteral("actionArcSinH");
-    t.className = CArcSinH::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CArcSinH::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CArcSinH*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CArcSinH>(CArcSinH::kTitle, QStringLiteral("&Tone"),
+                                      QStringLiteral("&ArcSinH..."),
+                                      QStringLiteral("actionArcSinH"));
 }
 
 } // namespace astrivelle

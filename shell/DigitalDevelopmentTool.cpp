@@ -22,53 +22,15 @@
 #include "engine/SetupParams.h"
 #include "engine/workbench/MainWindow.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
 namespace {
 
-QString Number(double value, int decimals) {
-    return QLocale::c().toString(value, 'f', decimals);
-}
-
-QLineEdit* MakeEdit(QWidget* parent, const char* name) {
-    auto* edit = new QLineEdit(parent);
-    edit->setObjectName(name);
-    edit->setMaximumWidth(100);
-    return edit;
-}
-
-QSlider* MakeSlider(QWidget* parent, const char* name, int top) {
-    auto* slider = new QSlider(Qt::Horizontal, parent);
-    slider->setObjectName(name);
-    slider->setRange(0, top);
-    slider->setMinimumWidth(160);
-    return slider;
-}
-
-template <std::size_t N>
-QComboBox* MakeCombo(QWidget* parent, const char* name, const std::array<const char*, N>& items,
-                     int count = static_cast<int>(N)) {
-    auto* combo = new QComboBox(parent);
-    combo->setObjectName(name);
-    for (int i = 0; i < count; ++i)
-        combo->addItem(QString::fromLatin1(items[i]));
-    return combo;
-}
-
 void SetSlider(QSlider* slider, int position) {
     const QSignalBlocker quiet(slider);
     slider->setValue(position);
-}
-
-std::string Text(const QComboBox* combo) {
-    return combo->currentText().toStdString();
-}
-
-void Choose(QComboBox* combo, const std::string& text) {
-    const int i = combo->findText(QString::fromStdString(text));
-    if (i >= 0)
-        combo->setCurrentIndex(i);
 }
 
 } // namespace
@@ -90,12 +52,12 @@ CPreStretchPanel::CPreStretchPanel(bool hasNone, QWidget* parent)
     for (int i = hasNone ? 0 : 1; i < 4; ++i)
         typeCombo->addItem(kScaleTypeTexts[i]);
     scaleLabel = new QLabel(this);
-    scaleEdit = MakeEdit(this, "scale");
+    scaleEdit = MakeNumberEdit(this, "scale");
     scaleSlider = MakeSlider(this, "scaleSlider", 0);
-    blackEdit = MakeEdit(this, "blackPoint");
+    blackEdit = MakeNumberEdit(this, "blackPoint");
     blackSlider = MakeSlider(this, "blackSlider", kBlackSliderSteps);
     blackRangeCombo = MakeCombo(this, "blackRange", kBlackRangeTexts);
-    whiteEdit = MakeEdit(this, "whitePoint");
+    whiteEdit = MakeNumberEdit(this, "whitePoint");
     resetButton = new QPushButton("Reset Scale", this);
     resetButton->setObjectName("resetScale");
 
@@ -117,7 +79,7 @@ CPreStretchPanel::CPreStretchPanel(bool hasNone, QWidget* parent)
     connect(scaleSlider, &QSlider::valueChanged, this, [this](int position) {
         if (syncing_)
             return;
-        scaleEdit->setText(Number(ScaleFromSlider(sets_.type, position), 3));
+        scaleEdit->setText(FixedText(ScaleFromSlider(sets_.type, position), 3));
         emit slid();
     });
     connect(scaleEdit, &QLineEdit::textEdited, this, [this] {
@@ -126,19 +88,19 @@ CPreStretchPanel::CPreStretchPanel(bool hasNone, QWidget* parent)
     connect(blackSlider, &QSlider::valueChanged, this, [this](int position) {
         if (syncing_)
             return;
-        blackEdit->setText(Number(BlackFromSlider(Text(blackRangeCombo), position), 5));
+        blackEdit->setText(FixedText(BlackFromSlider(ComboText(blackRangeCombo), position), 5));
         emit slid();
     });
     connect(blackEdit, &QLineEdit::textEdited, this, [this] {
         SetSlider(blackSlider,
-                  BlackSliderPosition(Text(blackRangeCombo), FieldNumber(blackEdit, 0.0)));
+                  BlackSliderPosition(ComboText(blackRangeCombo), FieldNumber(blackEdit, 0.0)));
     });
     connect(blackRangeCombo, &QComboBox::currentIndexChanged, this, [this] {
         if (syncing_)
             return;
-        const double black = ClampToRange(Text(blackRangeCombo), FieldNumber(blackEdit, 0.0));
-        blackEdit->setText(Number(black, 5));
-        SetSlider(blackSlider, BlackSliderPosition(Text(blackRangeCombo), black));
+        const double black = ClampToRange(ComboText(blackRangeCombo), FieldNumber(blackEdit, 0.0));
+        blackEdit->setText(FixedText(black, 5));
+        SetSlider(blackSlider, BlackSliderPosition(ComboText(blackRangeCombo), black));
     });
     connect(resetButton, &QPushButton::clicked, this, [this] { Reset(); });
     Show();
@@ -149,7 +111,7 @@ PreStretchSettings CPreStretchPanel::Settings() const {
     s.scale = FieldNumber(scaleEdit, s.scale);
     s.black = FieldNumber(blackEdit, s.black);
     s.white = FieldNumber(whiteEdit, s.white);
-    s.blackRange = Text(blackRangeCombo);
+    s.blackRange = ComboText(blackRangeCombo);
     return s;
 }
 
@@ -168,12 +130,12 @@ void CPreStretchPanel::Show() {
     int lo = 0, hi = 0;
     ScaleSliderRange(sets_.type, &lo, &hi);
     scaleSlider->setRange(lo, hi);
-    scaleEdit->setText(Number(s.scale, 3));
+    scaleEdit->setText(FixedText(s.scale, 3));
     scaleSlider->setValue(ScaleSliderPosition(sets_.type, s.scale));
-    Choose(blackRangeCombo, s.blackRange);
-    blackEdit->setText(Number(s.black, 5));
+    ChooseText(blackRangeCombo, s.blackRange);
+    blackEdit->setText(FixedText(s.black, 5));
     blackSlider->setValue(BlackSliderPosition(s.blackRange, s.black));
-    whiteEdit->setText(Number(s.white, 3));
+    whiteEdit->setText(FixedText(s.white, 3));
     syncing_ = false;
 }
 
@@ -220,12 +182,12 @@ CColorDDP::CColorDDP(ShellContext& context) : ToolFrame(context, kTitle, kClassN
     auto* grid = new QGridLayout;
     grid->setColumnStretch(2, 1);
     breakPointRange = MakeCombo(stretchPage, "breakPointRange", kBreakPointRangeTexts);
-    breakPoint = MakeEdit(stretchPage, "breakPoint");
+    breakPoint = MakeNumberEdit(stretchPage, "breakPoint");
     breakPointSlider = MakeSlider(stretchPage, "breakPointSlider", 65535);
     weightRange = MakeCombo(stretchPage, "weightRange", kPowerRangeTexts);
-    backgroundWeight = MakeEdit(stretchPage, "backgroundWeight");
+    backgroundWeight = MakeNumberEdit(stretchPage, "backgroundWeight");
     weightSlider = MakeSlider(stretchPage, "weightSlider", kPowerSliderSteps);
-    backgroundMin = MakeEdit(stretchPage, "backgroundMin");
+    backgroundMin = MakeNumberEdit(stretchPage, "backgroundMin");
     grid->addWidget(new QLabel("Break-Point Highlights", stretchPage), 0, 0);
     grid->addWidget(breakPoint, 0, 1);
     grid->addWidget(breakPointSlider, 0, 2);
@@ -249,7 +211,7 @@ CColorDDP::CColorDDP(ShellContext& context) : ToolFrame(context, kTitle, kClassN
     filter = MakeCombo(colorPage, "filter", kSharpeningFilterTexts);
     fixDefects = new QCheckBox("Fix Defects", colorPage);
     fixDefects->setObjectName("fixDefects");
-    strength = MakeEdit(colorPage, "strength");
+    strength = MakeNumberEdit(colorPage, "strength");
     strengthSlider = MakeSlider(colorPage, "strengthSlider", kStrengthSliderTop);
     colorGrid->addWidget(new QLabel("Sharpening Filter", colorPage), 0, 0);
     colorGrid->addWidget(filter, 0, 1);
@@ -261,7 +223,7 @@ CColorDDP::CColorDDP(ShellContext& context) : ToolFrame(context, kTitle, kClassN
     const char* labels[3] = {"Red", "Green", "Blue"};
     const char* sliderNames[3] = {"redSlider", "greenSlider", "blueSlider"};
     for (int c = 0; c < 3; ++c) {
-        colorEdits[c] = MakeEdit(colorPage, names[c]);
+        colorEdits[c] = MakeNumberEdit(colorPage, names[c]);
         colorSliders[c] = MakeSlider(colorPage, sliderNames[c], kColorWeightSliderTop);
         colorGrid->addWidget(new QLabel(labels[c], colorPage), 2 + c, 0);
         colorGrid->addWidget(colorEdits[c], 2 + c, 1);
@@ -270,18 +232,9 @@ CColorDDP::CColorDDP(ShellContext& context) : ToolFrame(context, kTitle, kClassN
     pages->addTab(colorPage, "Color && Sharpening");
     Body()->addWidget(pages);
 
-    auto* checks = new QHBoxLayout;
-    enableSliders = new QCheckBox("Enable Sliders", this);
-    enableSliders->setObjectName("enableSliders");
-    resetButton = new QPushButton("Reset", this);
-    resetButton->setObjectName("reset");
-    checks->addWidget(enableSliders);
-    if (QLayout* frameLayout = layout())
-        frameLayout->removeWidget(lockCheck);
-    checks->addWidget(lockCheck);
-    checks->addStretch(1);
-    checks->addWidget(resetButton);
-    Body()->addLayout(checks);
+    enableSliders = MakeCheck(this, "Enable Sliders", "enableSliders");
+    resetButton = MakeButton(this, "Reset", "reset");
+    Body()->addLayout(CheckRow(this, {enableSliders}, resetButton));
 
     // Fields and sliders follow each other; a slider moved re-applies with Enable Sliders.
     auto follow = [this](QSlider* slider, auto toText) {
@@ -294,18 +247,19 @@ CColorDDP::CColorDDP(ShellContext& context) : ToolFrame(context, kTitle, kClassN
     };
     follow(breakPointSlider, [this](int p) { breakPoint->setText(QString::number(p)); });
     follow(weightSlider, [this](int p) {
-        backgroundWeight->setText(Number(PowerFromSlider(Text(weightRange), p), 5));
+        backgroundWeight->setText(FixedText(PowerFromSlider(ComboText(weightRange), p), 5));
     });
-    follow(strengthSlider, [this](int p) { strength->setText(Number(p / 1000.0, 3)); });
+    follow(strengthSlider, [this](int p) { strength->setText(FixedText(p / 1000.0, 3)); });
     for (int c = 0; c < 3; ++c)
-        follow(colorSliders[c], [this, c](int p) { colorEdits[c]->setText(Number(p / 500.0, 3)); });
+        follow(colorSliders[c],
+               [this, c](int p) { colorEdits[c]->setText(FixedText(p / 500.0, 3)); });
     for (QLineEdit* e :
          {breakPoint, backgroundWeight, strength, colorEdits[0], colorEdits[1], colorEdits[2]})
         connect(e, &QLineEdit::textEdited, this, [this] { SyncSliders(); });
     connect(breakPointRange, &QComboBox::currentIndexChanged, this, [this] { SyncSliders(); });
     connect(weightRange, &QComboBox::currentIndexChanged, this, [this] {
         backgroundWeight->setText(
-            Number(ClampToRange(Text(weightRange), FieldNumber(backgroundWeight, 1.0)), 5));
+            FixedText(ClampToRange(ComboText(weightRange), FieldNumber(backgroundWeight, 1.0)), 5));
         SyncSliders();
     });
     connect(backgroundMin, &QLineEdit::editingFinished, this,
@@ -331,10 +285,10 @@ CColorDDP::CColorDDP(ShellContext& context) : ToolFrame(context, kTitle, kClassN
 
 void CColorDDP::SyncSliders() {
     syncing_ = true;
-    breakPointSlider->setRange(0, BreakPointSliderTop(Text(breakPointRange)));
+    breakPointSlider->setRange(0, BreakPointSliderTop(ComboText(breakPointRange)));
     breakPointSlider->setValue(static_cast<int>(FieldNumber(breakPoint, 0)));
     weightSlider->setValue(
-        PowerSliderPosition(Text(weightRange), FieldNumber(backgroundWeight, 1.0)));
+        PowerSliderPosition(ComboText(weightRange), FieldNumber(backgroundWeight, 1.0)));
     strengthSlider->setValue(static_cast<int>(std::lround(FieldNumber(strength, 0) * 1000)));
     for (int c = 0; c < 3; ++c)
         colorSliders[c]->setValue(
@@ -370,12 +324,12 @@ DigitalDevelopmentParams CColorDDP::Values() const {
     DigitalDevelopmentParams p;
     p.scaleType = preStretch->Type();
     p.pre = preStretch->Settings();
-    p.breakPointRange = Text(breakPointRange);
-    p.weightRange = Text(weightRange);
+    p.breakPointRange = ComboText(breakPointRange);
+    p.weightRange = ComboText(weightRange);
     p.backgroundMin = static_cast<int>(FieldNumber(backgroundMin, 0));
     p.backgroundWeight = FieldNumber(backgroundWeight, 1.0);
     p.breakPoint = static_cast<int>(FieldNumber(breakPoint, 65535));
-    p.filter = Text(filter);
+    p.filter = ComboText(filter);
     p.fixDefects = fixDefects->isChecked();
     p.strength = FieldNumber(strength, 0.0);
     p.red = FieldNumber(colorEdits[0], 0.5);
@@ -387,17 +341,17 @@ DigitalDevelopmentParams CColorDDP::Values() const {
 void CColorDDP::SetValues(const DigitalDevelopmentParams& p) {
     syncing_ = true;
     preStretch->SetValues(p.scaleType, p.pre);
-    Choose(breakPointRange, p.breakPointRange);
-    Choose(weightRange, p.weightRange);
+    ChooseText(breakPointRange, p.breakPointRange);
+    ChooseText(weightRange, p.weightRange);
     backgroundMin->setText(QString::number(p.backgroundMin));
-    backgroundWeight->setText(Number(p.backgroundWeight, 5));
+    backgroundWeight->setText(FixedText(p.backgroundWeight, 5));
     breakPoint->setText(QString::number(p.breakPoint));
-    Choose(filter, p.filter);
+    ChooseText(filter, p.filter);
     fixDefects->setChecked(p.fixDefects);
-    strength->setText(Number(p.strength, 3));
+    strength->setText(FixedText(p.strength, 3));
     const double weights[3] = {p.red, p.green, p.blue};
     for (int c = 0; c < 3; ++c)
-        colorEdits[c]->setText(Number(weights[c], 3));
+        colorEdits[c]->setText(FixedText(weights[c], 3));
     syncing_ = false;
     SyncSliders();
     FilterChosen();
@@ -447,17 +401,9 @@ void CColorDDP::OnApply() {
 }
 
 OperatorTool DigitalDevelopmentToolEntry() {
-    OperatorTool t;
-    t.operations = {CColorDDP::kTitle};
-    t.submenu = QStringLiteral("&Tone");
-    t.menuText = QStringLiteral("&Digital Development...");
-    t.objectName = QStringLiteral("actionDigitalDevelopment");
-    t.className = CColorDDP::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CColorDDP::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CColorDDP*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CColorDDP>(CColorDDP::kTitle, QStringLiteral("&Tone"),
+                                       QStringLiteral("&Digital Development..."),
+                                       QStringLiteral("actionDigitalDevelopment"));
 }
 
 } // namespace astrivelle

@@ -21,6 +21,7 @@
 #include "engine/SetupParams.h"
 #include "engine/workbench/MainWindow.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -86,16 +87,10 @@ CLEE::CLEE(ShellContext& context)
     grid->addWidget(brightness, 3, 1);
     Body()->addLayout(grid);
 
-    auto* checks = new QHBoxLayout;
-    enableSlider = new QCheckBox("Enable Slider", this);
-    enableSlider->setObjectName("enableSlider");
+    enableSlider = MakeCheck(this, "Enable Slider", "enableSlider");
     enableSlider->setChecked(context.Setup().slidersEnabled);
-    auto* reset = new QPushButton("Reset", this);
-    reset->setObjectName("reset");
-    checks->addWidget(enableSlider);
-    checks->addStretch(1);
-    checks->addWidget(reset);
-    Body()->addLayout(checks);
+    auto* reset = MakeButton(this, "Reset", "reset");
+    Body()->addLayout(SpreadRow({enableSlider}, reset));
     connect(reset, &QPushButton::clicked, this, [this] { SetValues(EdgeParams{}); });
     connect(edgeWidth, &QDoubleSpinBox::valueChanged, this, [this] { Changed(); });
     connect(brightness, &QDoubleSpinBox::valueChanged, this, [this] { Changed(); });
@@ -160,17 +155,9 @@ void CLEE::OnApply() {
 }
 
 OperatorTool EdgeExtractToolEntry() {
-    OperatorTool t;
-    t.operations = {"Edge Extract"};
-    t.submenu = QStringLiteral("&Filters");
-    t.menuText = QStringLiteral("&Edge Extraction...");
-    t.objectName = QStringLiteral("actionEdgeExtraction");
-    t.className = CLEE::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CLEE::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CLEE*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CLEE>("Edge Extract", QStringLiteral("&Filters"),
+                                  QStringLiteral("&Edge Extraction..."),
+                                  QStringLiteral("actionEdgeExtraction"));
 }
 
 } // namespace astrivelle

@@ -19,55 +19,17 @@
 #include "engine/SetupParams.h"
 #include "shell/DigitalDevelopmentTool.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
 namespace {
-
-QString Number(double value, int decimals) {
-    return QLocale::c().toString(value, 'f', decimals);
-}
-
-QLineEdit* MakeEdit(QWidget* parent, const char* name) {
-    auto* edit = new QLineEdit(parent);
-    edit->setObjectName(name);
-    edit->setMaximumWidth(100);
-    return edit;
-}
-
-QSlider* MakeSlider(QWidget* parent, const char* name, int top) {
-    auto* slider = new QSlider(Qt::Horizontal, parent);
-    slider->setObjectName(name);
-    slider->setRange(0, top);
-    slider->setMinimumWidth(160);
-    return slider;
-}
 
 QSpinBox* MakeSpin(QWidget* parent, const char* name) {
     auto* box = new QSpinBox(parent);
     box->setObjectName(name);
     box->setRange(0, 65535);
     return box;
-}
-
-template <std::size_t N>
-QComboBox* MakeCombo(QWidget* parent, const char* name, const std::array<const char*, N>& items,
-                     int count = static_cast<int>(N)) {
-    auto* combo = new QComboBox(parent);
-    combo->setObjectName(name);
-    for (int i = 0; i < count; ++i)
-        combo->addItem(QString::fromLatin1(items[i]));
-    return combo;
-}
-
-std::string Text(const QComboBox* combo) {
-    return combo->currentText().toStdString();
-}
-
-void Choose(QComboBox* combo, const std::string& text) {
-    const int i = combo->findText(QString::fromStdString(text));
-    if (i >= 0)
-        combo->setCurrentIndex(i);
 }
 
 } // namespace
@@ -85,11 +47,11 @@ CColorBCS::CColorBCS(ShellContext& context)
     grid->setColumnStretch(2, 1);
     function = MakeCombo(this, "function", kStretchFunctionTexts);
     weightRange = MakeCombo(this, "weightRange", kWeightRangeTexts, kGeneralStretchWeightRanges);
-    backgroundWeight = MakeEdit(this, "backgroundWeight");
+    backgroundWeight = MakeNumberEdit(this, "backgroundWeight");
     weightSlider = MakeSlider(this, "weightSlider", kWeightSliderSteps);
     powerRange = MakeCombo(this, "powerRange", kPowerRangeTexts);
     exponentLabel = new QLabel("Power", this);
-    exponent = MakeEdit(this, "exponent");
+    exponent = MakeNumberEdit(this, "exponent");
     exponentSlider = MakeSlider(this, "exponentSlider", kPowerSliderSteps);
     backgroundMin = MakeSpin(this, "backgroundMin");
     outputWhite = MakeSpin(this, "outputWhite");
@@ -112,48 +74,41 @@ CColorBCS::CColorBCS(ShellContext& context)
     add(new QLabel("Output Black", this), outputBlack);
     Body()->addLayout(grid);
 
-    auto* checks = new QHBoxLayout;
-    enableSliders = new QCheckBox("Enable Sliders", this);
-    enableSliders->setObjectName("enableSliders");
-    resetButton = new QPushButton("Reset", this);
-    resetButton->setObjectName("reset");
-    checks->addWidget(enableSliders);
-    if (QLayout* frameLayout = layout())
-        frameLayout->removeWidget(lockCheck);
-    checks->addWidget(lockCheck);
-    checks->addStretch(1);
-    checks->addWidget(resetButton);
-    Body()->addLayout(checks);
+    enableSliders = MakeCheck(this, "Enable Sliders", "enableSliders");
+    resetButton = MakeButton(this, "Reset", "reset");
+    Body()->addLayout(CheckRow(this, {enableSliders}, resetButton));
 
     connect(weightSlider, &QSlider::valueChanged, this, [this](int p) {
         if (syncing_)
             return;
-        backgroundWeight->setText(Number(WeightFromSlider(Text(weightRange), p), 5));
+        backgroundWeight->setText(FixedText(WeightFromSlider(ComboText(weightRange), p), 5));
         Slid();
     });
     connect(exponentSlider, &QSlider::valueChanged, this, [this](int p) {
         if (syncing_)
             return;
-        exponent->setText(Number(PowerFromSlider(Text(powerRange), p), 3));
+        exponent->setText(FixedText(PowerFromSlider(ComboText(powerRange), p), 3));
         Slid();
     });
     for (QLineEdit* e : {backgroundWeight, exponent})
         connect(e, &QLineEdit::textEdited, this, [this] { SyncSliders(); });
     connect(exponent, &QLineEdit::editingFinished, this, [this] {
-        exponent->setText(Number(ClampToRange(Text(powerRange), FieldNumber(exponent, 1.0)), 3));
+        exponent->setText(
+            FixedText(ClampToRange(ComboText(powerRange), FieldNumber(exponent, 1.0)), 3));
         SyncSliders();
     });
     connect(powerRange, &QComboBox::currentIndexChanged, this, [this] {
         if (syncing_)
             return;
-        exponent->setText(Number(ClampToRange(Text(powerRange), FieldNumber(exponent, 1.0)), 3));
+        exponent->setText(
+            FixedText(ClampToRange(ComboText(powerRange), FieldNumber(exponent, 1.0)), 3));
         SyncSliders();
     });
     connect(weightRange, &QComboBox::currentIndexChanged, this, [this] {
         if (syncing_)
             return;
         backgroundWeight->setText(
-            Number(ClampToRange(Text(weightRange), FieldNumber(backgroundWeight, 0.0)), 5));
+            FixedText(ClampToRange(ComboText(weightRange), FieldNumber(backgroundWeight, 0.0)), 5));
         SyncSliders();
     });
     connect(function, &QComboBox::currentIndexChanged, this, [this](int i) {
@@ -193,8 +148,8 @@ void CColorBCS::ShowRecord(StretchFunction fn) {
     }
     exponentLabel->setText(ExponentFieldLabel(fn));
     backgroundMin->setValue(r.backgroundMin);
-    backgroundWeight->setText(Number(r.backgroundWeight, 5));
-    exponent->setText(Number(r.exponent, 3));
+    backgroundWeight->setText(FixedText(r.backgroundWeight, 5));
+    exponent->setText(FixedText(r.exponent, 3));
     outputWhite->setValue(r.outputWhite);
     outputBlack->setValue(r.outputBlack);
     syncing_ = false;
@@ -204,8 +159,9 @@ void CColorBCS::ShowRecord(StretchFunction fn) {
 void CColorBCS::SyncSliders() {
     syncing_ = true;
     weightSlider->setValue(
-        WeightSliderPosition(Text(weightRange), FieldNumber(backgroundWeight, 0.0)));
-    exponentSlider->setValue(PowerSliderPosition(Text(powerRange), FieldNumber(exponent, 1.0)));
+        WeightSliderPosition(ComboText(weightRange), FieldNumber(backgroundWeight, 0.0)));
+    exponentSlider->setValue(
+        PowerSliderPosition(ComboText(powerRange), FieldNumber(exponent, 1.0)));
     syncing_ = false;
 }
 
@@ -219,8 +175,8 @@ GeneralStretchParams CColorBCS::Values() const {
     p.scaleType = preStretch->Type();
     p.pre = preStretch->Settings();
     p.function = shown_;
-    p.weightRange = Text(weightRange);
-    p.powerRange = Text(powerRange);
+    p.weightRange = ComboText(weightRange);
+    p.powerRange = ComboText(powerRange);
     p.backgroundMin = backgroundMin->value();
     p.backgroundWeight = FieldNumber(backgroundWeight, 0.0);
     p.exponent = FieldNumber(exponent, 1.0);
@@ -232,8 +188,8 @@ GeneralStretchParams CColorBCS::Values() const {
 void CColorBCS::SetValues(const GeneralStretchParams& p) {
     preStretch->SetValues(p.scaleType, p.pre);
     syncing_ = true;
-    Choose(weightRange, p.weightRange);
-    Choose(powerRange, p.powerRange);
+    ChooseText(weightRange, p.weightRange);
+    ChooseText(powerRange, p.powerRange);
     syncing_ = false;
     records_[static_cast<int>(p.function)] = p;
     ShowRecord(p.function);
@@ -262,17 +218,9 @@ void CColorBCS::OnApply() {
 }
 
 OperatorTool GeneralStretchToolEntry() {
-    OperatorTool t;
-    t.operations = {CColorBCS::kTitle};
-    t.submenu = QStringLiteral("&Tone");
-    t.menuText = QStringLiteral("&General Stretch Functions...");
-    t.objectName = QStringLiteral("actionGeneralStretch");
-    t.className = CColorBCS::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CColorBCS::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CColorBCS*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CColorBCS>(CColorBCS::kTitle, QStringLiteral("&Tone"),
+                                       QStringLiteral("&General Stretch Functions..."),
+                                       QStringLiteral("actionGeneralStretch"));
 }
 
 } // namespace astrivelle

@@ -18,6 +18,7 @@
 #include "engine/SetupParams.h"
 #include "engine/workbench/MainWindow.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -92,25 +93,11 @@ CHistogramStretch::CHistogramStretch(ShellContext& context)
         ValueRow(this, grid, 4, new QLabel("Background Break", this), "backgroundBreak");
     Body()->addLayout(grid);
 
-    auto* checks = new QHBoxLayout;
-    enableSlider = new QCheckBox("Enable Slider", this);
-    enableSlider->setObjectName("enableSlider");
-    toAllImages = new QCheckBox("To All Images", this);
-    toAllImages->setObjectName("toAllImages");
-    resetButton = new QPushButton("Reset", this);
-    resetButton->setObjectName("reset");
-    checks->addWidget(enableSlider);
-    checks->addWidget(toAllImages);
-    if (QLayout* frameLayout = layout())
-        frameLayout->removeWidget(lockCheck);
-    checks->addWidget(lockCheck);
-    checks->addStretch(1);
-    checks->addWidget(resetButton);
-    Body()->addLayout(checks);
-    connect(lockCheck, &QCheckBox::toggled, this, [this](bool on) {
-        if (on)
-            toAllImages->setChecked(false);
-    });
+    enableSlider = MakeCheck(this, "Enable Slider", "enableSlider");
+    toAllImages = MakeCheck(this, "To All Images", "toAllImages");
+    resetButton = MakeButton(this, "Reset", "reset");
+    Body()->addLayout(CheckRow(this, {enableSlider, toAllImages}, resetButton));
+    LockClearsToAll(this, toAllImages);
     enableSlider->setChecked(context.Setup().slidersEnabled);
 
     Reset();
@@ -188,27 +175,15 @@ void CHistogramStretch::OnApply() {
     if (!target)
         return;
     const HistogramStretchParams p = Values();
-    if (toAllImages->isChecked()) {
-        for (CProcessWindow* w : Context().Model().images().List())
-            ApplyTo(*w, p);
-    } else {
-        ApplyTo(*target, p);
-    }
+    for (CProcessWindow* w : TargetOrAll(Context(), *target, toAllImages->isChecked()))
+        ApplyTo(*w, p);
     RefreshCaption();
 }
 
 OperatorTool HistogramStretchToolEntry() {
-    OperatorTool t;
-    t.operations = {CHistogramStretch::kTitle};
-    t.submenu = QStringLiteral("&Tone");
-    t.menuText = QStringLiteral("&Histogram Contrast Stretch...");
-    t.objectName = QStringLiteral("actionHistogramContrastStretch");
-    t.className = CHistogramStretch::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CHistogramStretch::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CHistogramStretch*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CHistogramStretch>(CHistogramStretch::kTitle, QStringLiteral("&Tone"),
+                                               QStringLiteral("&Histogram Contrast Stretch..."),
+                                               QStringLiteral("actionHistogramContrastStretch"));
 }
 
 } // namespace astrivelle

@@ -20,6 +20,7 @@
 #include "engine/SetupParams.h"
 #include "engine/workbench/MainWindow.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -100,26 +101,11 @@ CTransferLevels::CTransferLevels(ShellContext& context)
     top->addLayout(grid);
     Body()->addLayout(top);
 
-    auto* checks = new QHBoxLayout;
-    enableSlider = new QCheckBox("Enable Slider", this);
-    enableSlider->setObjectName("enableSlider");
-    toAllImages = new QCheckBox("To All Images", this);
-    toAllImages->setObjectName("toAllImages");
-    resetButton = new QPushButton("Reset", this);
-    resetButton->setObjectName("reset");
-    checks->addWidget(enableSlider);
-    checks->addWidget(toAllImages);
-    if (QLayout* frameLayout = layout())
-        frameLayout->removeWidget(lockCheck);
-    checks->addWidget(lockCheck);
-    checks->addStretch(1);
-    checks->addWidget(resetButton);
-    Body()->addLayout(checks);
-    // Lock Image clears To All Images.
-    connect(lockCheck, &QCheckBox::toggled, this, [this](bool on) {
-        if (on)
-            toAllImages->setChecked(false);
-    });
+    enableSlider = MakeCheck(this, "Enable Slider", "enableSlider");
+    toAllImages = MakeCheck(this, "To All Images", "toAllImages");
+    resetButton = MakeButton(this, "Reset", "reset");
+    Body()->addLayout(CheckRow(this, {enableSlider, toAllImages}, resetButton));
+    LockClearsToAll(this, toAllImages);
     enableSlider->setChecked(context.Setup().slidersEnabled);
 
     FillChannels();
@@ -283,27 +269,15 @@ void CTransferLevels::OnApply() {
     if (!target)
         return;
     const LevelsParams p = Values();
-    if (toAllImages->isChecked()) {
-        for (CProcessWindow* w : Context().Model().images().List())
-            ApplyTo(*w, p);
-    } else {
-        ApplyTo(*target, p);
-    }
+    for (CProcessWindow* w : TargetOrAll(Context(), *target, toAllImages->isChecked()))
+        ApplyTo(*w, p);
     RefreshCaption();
 }
 
 OperatorTool LevelsToolEntry() {
-    OperatorTool t;
-    t.operations = {CTransferLevels::kTitle};
-    t.submenu = QStringLiteral("&Tone");
-    t.menuText = QStringLiteral("&Levels...");
-    t.objectName = QStringLiteral("actionLevels");
-    t.className = CTransferLevels::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CTransferLevels::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CTransferLevels*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CTransferLevels>(CTransferLevels::kTitle, QStringLiteral("&Tone"),
+                                             QStringLiteral("&Levels..."),
+                                             QStringLiteral("actionLevels"));
 }
 
 } // namespace astrivelle

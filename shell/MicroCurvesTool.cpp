@@ -21,6 +21,7 @@
 #include "engine/SetupParams.h"
 #include "engine/workbench/MainWindow.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -248,22 +249,10 @@ CTransferCurves::CTransferCurves(ShellContext& context)
     top->addLayout(grid);
     Body()->addLayout(top);
 
-    auto* checks = new QHBoxLayout;
-    enableDrawing = new QCheckBox("Enable Drawing", this);
-    enableDrawing->setObjectName("enableDrawing");
-    toAllImages = new QCheckBox("To All Images", this);
-    toAllImages->setObjectName("toAllImages");
-    checks->addWidget(enableDrawing);
-    checks->addWidget(toAllImages);
-    if (QLayout* frameLayout = layout())
-        frameLayout->removeWidget(lockCheck);
-    checks->addWidget(lockCheck);
-    checks->addStretch(1);
-    Body()->addLayout(checks);
-    connect(lockCheck, &QCheckBox::toggled, this, [this](bool on) {
-        if (on)
-            toAllImages->setChecked(false);
-    });
+    enableDrawing = MakeCheck(this, "Enable Drawing", "enableDrawing");
+    toAllImages = MakeCheck(this, "To All Images", "toAllImages");
+    Body()->addLayout(CheckRow(this, {enableDrawing, toAllImages}));
+    LockClearsToAll(this, toAllImages);
     enableDrawing->setChecked(context.Setup().slidersEnabled);
 
     {
@@ -440,27 +429,15 @@ void CTransferCurves::OnApply() {
     if (!target)
         return;
     const MicroCurvesParams p = Values();
-    if (toAllImages->isChecked()) {
-        for (CProcessWindow* w : Context().Model().images().List())
-            ApplyTo(*w, p);
-    } else {
-        ApplyTo(*target, p);
-    }
+    for (CProcessWindow* w : TargetOrAll(Context(), *target, toAllImages->isChecked()))
+        ApplyTo(*w, p);
     RefreshCaption();
 }
 
 OperatorTool MicroCurvesToolEntry() {
-    OperatorTool t;
-    t.operations = {CTransferCurves::kTitle};
-    t.submenu = QStringLiteral("&Tone");
-    t.menuText = QStringLiteral("&Micro Curves...");
-    t.objectName = QStringLiteral("actionMicroCurves");
-    t.className = CTransferCurves::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CTransferCurves::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CTransferCurves*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CTransferCurves>(CTransferCurves::kTitle, QStringLiteral("&Tone"),
+                                             QStringLiteral("&Micro Curves..."),
+                                             QStringLiteral("actionMicroCurves"));
 }
 
 } // namespace astrivelle

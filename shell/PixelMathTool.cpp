@@ -21,6 +21,7 @@
 #include "engine/SetupParams.h"
 #include "engine/workbench/MainWindow.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -33,27 +34,6 @@ constexpr int kFeatherTop = 20000;
 
 QString ConstantText(double value) {
     return QLocale::c().toString(value, 'f', 3);
-}
-
-QSlider* MakeSlider(QWidget* parent, const char* name) {
-    auto* slider = new QSlider(Qt::Horizontal, parent);
-    slider->setObjectName(name);
-    slider->setMinimumWidth(160);
-    return slider;
-}
-
-/// A spin box and its slider that follow each other.
-void Pair(QSpinBox* box, QSlider* slider) {
-    slider->setRange(box->minimum(), box->maximum());
-    slider->setValue(box->value());
-    QObject::connect(box, &QSpinBox::valueChanged, slider, [slider](int v) {
-        if (slider->value() != v)
-            slider->setValue(v);
-    });
-    QObject::connect(slider, &QSlider::valueChanged, box, [box](int v) {
-        if (box->value() != v)
-            box->setValue(v);
-    });
 }
 
 } // namespace
@@ -130,23 +110,14 @@ CPixelMath::CPixelMath(ShellContext& context)
     CProcessWindow* image = ShownImage();
     SetLevelTop(image ? static_cast<int>(image->image.maxValue) : 65535);
     maxApply->setValue(levelTop_);
-    Pair(minApply, minSlider);
-    Pair(maxApply, maxSlider);
-    Pair(featherRange, featherSlider);
+    PairSpinSlider(minApply, minSlider);
+    PairSpinSlider(maxApply, maxSlider);
+    PairSpinSlider(featherRange, featherSlider);
 
-    auto* checks = new QHBoxLayout;
-    enableSliders = new QCheckBox("Enable Sliders", this);
-    enableSliders->setObjectName("enableSliders");
-    toAllImages = new QCheckBox("To All Images", this);
-    toAllImages->setObjectName("toAllImages");
-    checks->addWidget(enableSliders);
-    checks->addWidget(toAllImages);
+    enableSliders = MakeCheck(this, "Enable Sliders", "enableSliders");
+    toAllImages = MakeCheck(this, "To All Images", "toAllImages");
     // The frame's Lock Image joins the tool's other checks.
-    if (QLayout* frameLayout = layout())
-        frameLayout->removeWidget(lockCheck);
-    checks->addWidget(lockCheck);
-    checks->addStretch(1);
-    Body()->addLayout(checks);
+    Body()->addLayout(CheckRow(this, {enableSliders, toAllImages}));
     connect(enableSliders, &QCheckBox::toggled, this, [this](bool on) {
         for (QSlider* s : {constantSlider, minSlider, maxSlider, featherSlider})
             s->setEnabled(on);
@@ -286,27 +257,15 @@ void CPixelMath::OnApply() {
     if (!target)
         return;
     const PixelMathParams p = Values();
-    if (toAllImages->isChecked()) {
-        std::vector<CProcessWindow*> all = Context().Model().images().List();
-        for (CProcessWindow* w : all)
-            ApplyTo(*w, p);
-    } else {
-        ApplyTo(*target, p);
-    }
+    for (CProcessWindow* w : TargetOrAll(Context(), *target, toAllImages->isChecked()))
+        ApplyTo(*w, p);
     RefreshCaption();
 }
 
 OperatorTool PixelMathToolEntry() {
-    OperatorTool t;
-    t.operations = {CPixelMath::kTitle};
-    t.menuText = QStringLiteral("Pixel &Math...");
-    t.objectName = QStringLiteral("actionPixelMath");
-    t.className = CPixelMath::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CPixelMath::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CPixelMath*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CPixelMath>(CPixelMath::kTitle, QString(),
+                                        QStringLiteral("Pixel &Math..."),
+                                        QStringLiteral("actionPixelMath"));
 }
 
 } // namespace astrivelle

@@ -25,6 +25,7 @@
 #include "operators/Filters.h"
 #include "shell/PsfEditor.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -172,6 +173,25 @@ bool CRestorationToolBase::RangeOk(int applyMin, int applyMax) {
     return false;
 }
 
+template <class P> void CRestorationToolBase::ReadShared(P& p) const {
+    p.psfType = psfType->currentIndex() + 1;
+    p.halfSize = PsfHalfSize();
+    p.iterations = iterations->value();
+    p.reduceArtifacts = reduceArtifacts->isChecked();
+    p.applyMin = minApply->value();
+    p.applyMax = maxApply->value();
+    p.feather = featherRange->value();
+}
+
+template <class P> void CRestorationToolBase::WriteShared(const P& p) {
+    SetPsf(p.psfType, p.halfSize);
+    iterations->setValue(p.iterations);
+    reduceArtifacts->setChecked(p.reduceArtifacts);
+    minApply->setValue(p.applyMin);
+    maxApply->setValue(p.applyMax);
+    featherRange->setValue(p.feather);
+}
+
 void CRestorationToolBase::ShowDone(int done) {
     iterationsDone->setText(QString("Iterations Done: %1").arg(done));
 }
@@ -266,26 +286,15 @@ RestorationParams CIterativeRestoration::Values() const {
     for (int k = 0; k < 4; ++k)
         if (typeButtons[k]->isChecked())
             p.type = k + 1;
-    p.psfType = psfType->currentIndex() + 1;
-    p.halfSize = PsfHalfSize();
+    ReadShared(p);
     p.relax = relax->value();
-    p.iterations = iterations->value();
-    p.reduceArtifacts = reduceArtifacts->isChecked();
-    p.applyMin = minApply->value();
-    p.applyMax = maxApply->value();
-    p.feather = featherRange->value();
     return p;
 }
 
 void CIterativeRestoration::SetValues(const RestorationParams& p) {
     typeButtons[std::clamp(p.type, 1, 4) - 1]->setChecked(true);
     relax->setValue(p.relax);
-    SetPsf(p.psfType, p.halfSize);
-    iterations->setValue(p.iterations);
-    reduceArtifacts->setChecked(p.reduceArtifacts);
-    minApply->setValue(p.applyMin);
-    maxApply->setValue(p.applyMax);
-    featherRange->setValue(p.feather);
+    WriteShared(p);
 }
 
 bool CIterativeRestoration::LoadParameters(const std::string& text) {
@@ -329,25 +338,14 @@ CAdaptiveIterativeRestoration::CAdaptiveIterativeRestoration(ShellContext& conte
 
 AdaptiveRestorationParams CAdaptiveIterativeRestoration::Values() const {
     AdaptiveRestorationParams p;
-    p.psfType = psfType->currentIndex() + 1;
-    p.halfSize = PsfHalfSize();
+    ReadShared(p);
     p.noiseThreshold = noiseThreshold->value();
-    p.iterations = iterations->value();
-    p.reduceArtifacts = reduceArtifacts->isChecked();
-    p.applyMin = minApply->value();
-    p.applyMax = maxApply->value();
-    p.feather = featherRange->value();
     return p;
 }
 
 void CAdaptiveIterativeRestoration::SetValues(const AdaptiveRestorationParams& p) {
     noiseThreshold->setValue(p.noiseThreshold);
-    SetPsf(p.psfType, p.halfSize);
-    iterations->setValue(p.iterations);
-    reduceArtifacts->setChecked(p.reduceArtifacts);
-    minApply->setValue(p.applyMin);
-    maxApply->setValue(p.applyMax);
-    featherRange->setValue(p.feather);
+    WriteShared(p);
 }
 
 bool CAdaptiveIterativeRestoration::LoadParameters(const std::string& text) {
@@ -374,31 +372,16 @@ void CAdaptiveIterativeRestoration::OnApply() {
 // ---- menu entries ---------------------------------------------------------------------------
 
 OperatorTool IterativeRestorationToolEntry() {
-    OperatorTool t;
-    t.operations = {CIterativeRestoration::kTitle};
-    t.submenu = QStringLiteral("&Filters");
-    t.menuText = QStringLiteral("&Iterative Restoration...");
-    t.objectName = QStringLiteral("actionIterativeRestoration");
-    t.className = CIterativeRestoration::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CIterativeRestoration::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CIterativeRestoration*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CIterativeRestoration>(
+        CIterativeRestoration::kTitle, QStringLiteral("&Filters"),
+        QStringLiteral("&Iterative Restoration..."), QStringLiteral("actionIterativeRestoration"));
 }
 
 OperatorTool AdaptiveRestorationToolEntry() {
-    OperatorTool t;
-    t.operations = {CAdaptiveIterativeRestoration::kTitle};
-    t.submenu = QStringLiteral("&Filters");
-    t.menuText = QStringLiteral("&Adaptive Richardson-Lucy...");
-    t.objectName = QStringLiteral("actionAdaptiveRichardsonLucy");
-    t.className = CAdaptiveIterativeRestoration::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CAdaptiveIterativeRestoration::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CAdaptiveIterativeRestoration*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CAdaptiveIterativeRestoration>(
+        CAdaptiveIterativeRestoration::kTitle, QStringLiteral("&Filters"),
+        QStringLiteral("&Adaptive Richardson-Lucy..."),
+        QStringLiteral("actionAdaptiveRichardsonLucy"));
 }
 
 } // namespace astrivelle

@@ -72,6 +72,12 @@ protected:
              std::function<bool(CProcessWindow&, IProgress&, const std::function<bool(int)>&)> run);
     bool RangeOk(int applyMin, int applyMax);
 
+    /// Reads the shared controls into the fields both parameter sets have (defined in the
+    /// source, where both tools use it).
+    template <class P> void ReadShared(P& p) const;
+    /// Shows those fields in the shared controls.
+    template <class P> void WriteShared(const P& p);
+
 private:
     QGridLayout* valueGrid_ = nullptr;
     std::shared_ptr<StepGate> gate_;

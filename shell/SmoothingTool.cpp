@@ -23,6 +23,7 @@
 #include "engine/SetupParams.h"
 #include "engine/workbench/MainWindow.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -43,27 +44,6 @@ const Button kAdaptive[] = {{SmoothSelectedNbhd, "Selected Neighborhood", "selec
                             {SmoothMedian, "Median", "median"},
                             {SmoothAbsDifference, "Absolute Difference", "absoluteDifference"},
                             {SmoothAdaptiveMedian, "Adaptive Median", "adaptiveMedian"}};
-
-QSlider* MakeSlider(QWidget* parent, const char* name) {
-    auto* slider = new QSlider(Qt::Horizontal, parent);
-    slider->setObjectName(name);
-    slider->setMinimumWidth(160);
-    return slider;
-}
-
-/// A spin box and its slider that follow each other.
-void Pair(QSpinBox* box, QSlider* slider) {
-    slider->setRange(box->minimum(), box->maximum());
-    slider->setValue(box->value());
-    QObject::connect(box, &QSpinBox::valueChanged, slider, [slider](int v) {
-        if (slider->value() != v)
-            slider->setValue(v);
-    });
-    QObject::connect(slider, &QSlider::valueChanged, box, [box](int v) {
-        if (box->value() != v)
-            box->setValue(v);
-    });
-}
 
 } // namespace
 
@@ -157,9 +137,9 @@ CSNR::CSNR(ShellContext& context) : ToolFrame(context, kTitle, kClassName) {
     CProcessWindow* image = ShownImage();
     SetLevelTop(image ? static_cast<int>(image->image.maxValue) : 65535);
     maxApply->setValue(levelTop_);
-    Pair(minApply, minSlider);
-    Pair(maxApply, maxSlider);
-    Pair(featherRange, featherSlider);
+    PairSpinSlider(minApply, minSlider);
+    PairSpinSlider(maxApply, maxSlider);
+    PairSpinSlider(featherRange, featherSlider);
     connect(minApply, &QSpinBox::valueChanged, this, [this] {
         minEditedLast_ = true;
         LiveChange();
@@ -170,19 +150,11 @@ CSNR::CSNR(ShellContext& context) : ToolFrame(context, kTitle, kClassName) {
     });
     connect(featherRange, &QSpinBox::valueChanged, this, [this] { LiveChange(); });
 
-    auto* checks = new QHBoxLayout;
-    enableSlider = new QCheckBox("Enable Slider", this);
-    enableSlider->setObjectName("enableSlider");
+    enableSlider = MakeCheck(this, "Enable Slider", "enableSlider");
     enableSlider->setChecked(context.Setup().slidersEnabled);
-    checks->addWidget(enableSlider);
-    if (QLayout* frameLayout = layout())
-        frameLayout->removeWidget(lockCheck);
-    checks->addWidget(lockCheck);
-    checks->addStretch(1);
-    Body()->addLayout(checks);
+    Body()->addLayout(CheckRow(this, {enableSlider}));
 
-    resetButton = new QPushButton("Reset", this);
-    resetButton->setObjectName("reset");
+    resetButton = MakeButton(this, "Reset", "reset");
     ButtonRow()->insertWidget(1, resetButton);
     connect(resetButton, &QPushButton::clicked, this, [this] { Reset(); });
 
@@ -311,17 +283,9 @@ void CSNR::OnWorkerFinished(bool) {
 }
 
 OperatorTool SmoothingToolEntry() {
-    OperatorTool t;
-    t.operations = {"Smoothing"};
-    t.submenu = QStringLiteral("&Filters");
-    t.menuText = QStringLiteral("&Smoothing && Noise Reduction...");
-    t.objectName = QStringLiteral("actionSmoothing");
-    t.className = CSNR::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CSNR::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CSNR*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CSNR>("Smoothing", QStringLiteral("&Filters"),
+                                  QStringLiteral("&Smoothing && Noise Reduction..."),
+                                  QStringLiteral("actionSmoothing"));
 }
 
 } // namespace astrivelle

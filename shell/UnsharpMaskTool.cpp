@@ -22,6 +22,7 @@
 #include "engine/workbench/MainWindow.h"
 #include "operators/Filters.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -104,16 +105,10 @@ CLSTEUnsharpMask::CLSTEUnsharpMask(ShellContext& context)
     rangeGrid->addWidget(featherRange, 2, 1);
     Body()->addWidget(range);
 
-    auto* checks = new QHBoxLayout;
-    enableSlider = new QCheckBox("Enable Slider", this);
-    enableSlider->setObjectName("enableSlider");
+    enableSlider = MakeCheck(this, "Enable Slider", "enableSlider");
     enableSlider->setChecked(context.Setup().slidersEnabled);
-    auto* reset = new QPushButton("Reset", this);
-    reset->setObjectName("reset");
-    checks->addWidget(enableSlider);
-    checks->addStretch(1);
-    checks->addWidget(reset);
-    Body()->addLayout(checks);
+    auto* reset = MakeButton(this, "Reset", "reset");
+    Body()->addLayout(SpreadRow({enableSlider}, reset));
 
     connect(reset, &QPushButton::clicked, this, [this] { Reset(); });
     connect(backgroundWeight, &QDoubleSpinBox::valueChanged, this, [this](double v) {
@@ -221,17 +216,9 @@ void CLSTEUnsharpMask::OnApply() {
 }
 
 OperatorTool UnsharpMaskToolEntry() {
-    OperatorTool t;
-    t.operations = {"Unsharp Mask"};
-    t.submenu = QStringLiteral("&Filters");
-    t.menuText = QStringLiteral("&Unsharp Mask...");
-    t.objectName = QStringLiteral("actionUnsharpMask");
-    t.className = CLSTEUnsharpMask::kClassName;
-    t.show = [](ShellContext& c) -> ToolFrame* { return CLSTEUnsharpMask::Show(c); };
-    t.load = [](ToolFrame* tool, const std::string&, const std::string& parameters) {
-        return static_cast<CLSTEUnsharpMask*>(tool)->LoadParameters(parameters);
-    };
-    return t;
+    return MakeOperatorTool<CLSTEUnsharpMask>("Unsharp Mask", QStringLiteral("&Filters"),
+                                              QStringLiteral("&Unsharp Mask..."),
+                                              QStringLiteral("actionUnsharpMask"));
 }
 
 } // namespace astrivelle

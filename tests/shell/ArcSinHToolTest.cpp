@@ -25,18 +25,6 @@ float Sky(int s, int x, int y) {
                               (x == 3 && y == 4 ? 30000 : 0));
 }
 
-void Type(QLineEdit* edit, const char* text) {
-    edit->setText(text);
-    edit->textEdited(edit->text());
-    edit->editingFinished();
-}
-
-void ExpectSamePixels(const CProcessWindow& a, const CProcessWindow& b) {
-    for (int s : a.image.Slots())
-        for (std::uint32_t i = 0; i < a.image.pixelCount; ++i)
-            ASSERT_EQ(a.image.curPlane[s][i], b.image.curPlane[s][i]) << "slot " << s << " " << i;
-}
-
 } // namespace
 
 TEST(ArcSinHTool, ApplyRunsOnAWorkerAndMatchesTheOperatorFunction) {
@@ -48,11 +36,11 @@ TEST(ArcSinHTool, ApplyRunsOnAWorkerAndMatchesTheOperatorFunction) {
         ASSERT_NE(tool, nullptr);
         tool->enableSliders->setChecked(false);
         tool->preStretch->typeCombo->setCurrentText("nth Root X^n");
-        Type(tool->preStretch->scaleEdit, "0.800");
-        Type(tool->power, "0.900");
-        Type(tool->expand, "1.100");
+        TypeField(tool->preStretch->scaleEdit, "0.800");
+        TypeField(tool->power, "0.900");
+        TypeField(tool->expand, "1.100");
         tool->backgroundMin->setValue(60);
-        Type(tool->colorEdits[2], "0.200");
+        TypeField(tool->colorEdits[2], "0.200");
         ArcSinHParams p;
         p.scaleType = ScaleType::Root;
         p.pre.scale = 0.8;
@@ -78,11 +66,11 @@ TEST(ArcSinHTool, PowerSliderAndRanges) {
     tool->enableSliders->setChecked(false);
     for (int i = 0; i < tool->powerRange->count(); ++i) {
         tool->powerRange->setCurrentIndex(i);
-        Type(tool->power, "1.000");
+        TypeField(tool->power, "1.000");
         EXPECT_EQ(tool->powerSlider->value(), 800) << i;
     }
     tool->powerRange->setCurrentText("0.900 - 1.02500");
-    Type(tool->power, "3.0");
+    TypeField(tool->power, "3.0");
     EXPECT_EQ(tool->power->text(), "1.025") << "a typed value is held in the range";
     EXPECT_EQ(tool->powerSlider->value(), 1000);
     tool->enableSliders->setChecked(true);

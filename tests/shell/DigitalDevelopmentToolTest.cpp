@@ -25,18 +25,6 @@ float Sky(int s, int x, int y) {
                               (x == 7 && y == 5 ? 20000 : 0));
 }
 
-void Type(QLineEdit* edit, const char* text) {
-    edit->setText(text);
-    edit->textEdited(edit->text());
-    edit->editingFinished();
-}
-
-void ExpectSamePixels(const CProcessWindow& a, const CProcessWindow& b) {
-    for (int s : a.image.Slots())
-        for (std::uint32_t i = 0; i < a.image.pixelCount; ++i)
-            ASSERT_EQ(a.image.curPlane[s][i], b.image.curPlane[s][i]) << "slot " << s << " " << i;
-}
-
 } // namespace
 
 TEST(DigitalDevelopmentTool, ApplyRunsOnAWorkerAndMatchesTheOperatorFunction) {
@@ -50,13 +38,13 @@ TEST(DigitalDevelopmentTool, ApplyRunsOnAWorkerAndMatchesTheOperatorFunction) {
         EXPECT_EQ(tool->pages->tabText(0), "Stretch");
         tool->enableSliders->setChecked(false);
         tool->preStretch->typeCombo->setCurrentText("Linear");
-        Type(tool->preStretch->scaleEdit, "1.500");
-        Type(tool->breakPoint, "3000");
-        Type(tool->backgroundMin, "25");
+        TypeField(tool->preStretch->scaleEdit, "1.500");
+        TypeField(tool->breakPoint, "3000");
+        TypeField(tool->backgroundMin, "25");
         tool->filter->setCurrentText("Hard Plus");
-        Type(tool->strength, "0.650");
+        TypeField(tool->strength, "0.650");
         tool->fixDefects->setChecked(true);
-        Type(tool->colorEdits[0], "0.300");
+        TypeField(tool->colorEdits[0], "0.300");
 
         DigitalDevelopmentParams p;
         p.scaleType = ScaleType::Linear;
@@ -99,14 +87,14 @@ TEST(DigitalDevelopmentTool, FieldChecksAndTheFilterSwitch) {
     };
     for (const Case& c : cases) {
         shell.notify.messages.clear();
-        Type(c.edit, c.text);
+        TypeField(c.edit, c.text);
         EXPECT_EQ(shell.LastMessage(), c.message);
         EXPECT_EQ(c.edit->text().toStdString(), c.after);
     }
     // A bad field stops Apply with its text.
-    Type(tool->backgroundMin, "0");
-    Type(tool->backgroundWeight, "1.0");
-    Type(tool->breakPoint, "-1");
+    TypeField(tool->backgroundMin, "0");
+    TypeField(tool->backgroundWeight, "1.0");
+    TypeField(tool->breakPoint, "-1");
     shell.notify.messages.clear();
     ASSERT_TRUE(Press(tool, "apply"));
     tool->WaitForWorker();
@@ -130,7 +118,7 @@ TEST(DigitalDevelopmentTool, EachScaleTypeKeepsItsSettings) {
     EXPECT_EQ(pre->typeCombo->currentText(), "None");
     pre->typeCombo->setCurrentText("Linear");
     EXPECT_EQ(pre->scaleLabel->text(), "Factor");
-    Type(pre->scaleEdit, "2.000");
+    TypeField(pre->scaleEdit, "2.000");
     EXPECT_EQ(pre->scaleSlider->value(), 400);
     pre->typeCombo->setCurrentText("nth Power X^n");
     EXPECT_EQ(pre->scaleLabel->text(), "Exponent");

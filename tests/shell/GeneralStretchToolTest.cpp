@@ -25,18 +25,6 @@ float Ramp(int s, int x, int y) {
     return static_cast<float>(x * 1900 + y * 700 + s * 300);
 }
 
-void Type(QLineEdit* edit, const char* text) {
-    edit->setText(text);
-    edit->textEdited(edit->text());
-    edit->editingFinished();
-}
-
-void ExpectSamePixels(const CProcessWindow& a, const CProcessWindow& b) {
-    for (int s : a.image.Slots())
-        for (std::uint32_t i = 0; i < a.image.pixelCount; ++i)
-            ASSERT_EQ(a.image.curPlane[s][i], b.image.curPlane[s][i]) << "slot " << s << " " << i;
-}
-
 } // namespace
 
 TEST(GeneralStretchTool, ApplyMatchesTheOperatorFunction) {
@@ -50,7 +38,7 @@ TEST(GeneralStretchTool, ApplyMatchesTheOperatorFunction) {
                   "General Stretch Functions - " + target->title);
         tool->enableSliders->setChecked(false);
         tool->function->setCurrentText("nth Root X^n");
-        Type(tool->exponent, "0.500");
+        TypeField(tool->exponent, "0.500");
         tool->outputWhite->setValue(60000);
         tool->outputBlack->setValue(500);
         tool->backgroundMin->setValue(20);
@@ -85,7 +73,7 @@ TEST(GeneralStretchTool, EachFunctionKeepsItsSettingsAndLabel) {
         EXPECT_EQ(tool->exponentLabel->text().toStdString(), labels[i]);
     }
     tool->function->setCurrentText("nth Power X^n");
-    Type(tool->exponent, "1.200");
+    TypeField(tool->exponent, "1.200");
     tool->outputBlack->setValue(900);
     tool->function->setCurrentText("Linear");
     EXPECT_EQ(tool->exponent->text(), "1.000");

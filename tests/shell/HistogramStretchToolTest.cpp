@@ -23,14 +23,6 @@ float Gradient(int s, int x, int y) {
     return static_cast<float>((x * x * 97 + y * 1301 + s * 37) % 65536);
 }
 
-bool SamePixels(const CProcessWindow& a, const CProcessWindow& b) {
-    for (int s : a.image.Slots())
-        if (std::memcmp(a.image.curPlane[s], b.image.curPlane[s],
-                        sizeof(float) * a.image.pixelCount) != 0)
-            return false;
-    return true;
-}
-
 } // namespace
 
 TEST(HistogramStretchTool, EveryTypeMatchesTheOperatorFunction) {

@@ -24,23 +24,9 @@ float Gradient(int s, int x, int y) {
     return static_cast<float>(x * 517 + y * 1301 + s * 37);
 }
 
-void Select(QComboBox* combo, const char* text) {
-    const int at = combo->findText(text);
-    ASSERT_GE(at, 0) << text;
-    combo->setCurrentIndex(at);
-}
-
 void Type(CTransferLevels* tool, const char* text) {
     tool->valueEdit->setText(text);
     emit tool->valueEdit->returnPressed();
-}
-
-bool SamePixels(const CProcessWindow& a, const CProcessWindow& b) {
-    for (int s : a.image.Slots())
-        if (std::memcmp(a.image.curPlane[s], b.image.curPlane[s],
-                        sizeof(float) * a.image.pixelCount) != 0)
-            return false;
-    return true;
 }
 
 } // namespace

@@ -25,12 +25,6 @@ float Gradient(int s, int x, int y) {
     return static_cast<float>((x * 1517 + y * 2301 + s * 9001) % 65536);
 }
 
-void Select(QComboBox* combo, const char* text) {
-    const int at = combo->findText(text);
-    ASSERT_GE(at, 0) << text;
-    combo->setCurrentIndex(at);
-}
-
 void ChoosePreset(CTransferCurves* tool, const char* name) {
     const int at = tool->presetCombo->findText(name);
     ASSERT_GE(at, 0);
@@ -48,14 +42,6 @@ void Drag(CurveGraph* graph, QPoint from, QPoint to) {
     Mouse(graph, QEvent::MouseButtonPress, from, Qt::LeftButton);
     Mouse(graph, QEvent::MouseMove, to, Qt::LeftButton);
     Mouse(graph, QEvent::MouseButtonRelease, to, Qt::NoButton);
-}
-
-bool SamePixels(const CProcessWindow& a, const CProcessWindow& b) {
-    for (int s : a.image.Slots())
-        if (std::memcmp(a.image.curPlane[s], b.image.curPlane[s],
-                        sizeof(float) * a.image.pixelCount) != 0)
-            return false;
-    return true;
 }
 
 } // namespace

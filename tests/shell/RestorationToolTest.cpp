@@ -27,12 +27,6 @@ float Blurry(int s, int x, int y) {
     return static_cast<float>(1000 + 400 * ((x / 2 + y / 3 + s) % 4) + 5 * x);
 }
 
-void ExpectSamePixels(CProcessWindow* a, CProcessWindow* b) {
-    for (int s : a->image.Slots())
-        for (std::uint32_t i = 0; i < a->image.pixelCount; ++i)
-            ASSERT_EQ(a->image.curPlane[s][i], b->image.curPlane[s][i]) << "slot " << s << " " << i;
-}
-
 /// Processes events until `done` holds or five seconds pass.
 template <class Fn> bool WaitFor(Fn done) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);

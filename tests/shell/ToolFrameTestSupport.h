@@ -1,17 +1,25 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 /// \file A small desktop context for tool tests: a recording notifier, a workbench model, a
-/// parent widget and settings, with one QApplication for the test program.
+/// parent widget and settings, with one QApplication for the test program, and the few ways
+/// the tool tests drive fields and compare pixels.
 #pragma once
 // The engine first: its parallel headers use words that Qt defines as macros.
 #include "TestSupport.h"
+#include "engine/ProcessWindow.h"
 #include "engine/SetupParams.h"
 #include "engine/workbench/MainWindow.h"
 
+#include <gtest/gtest.h>
+
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QWidget>
 
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -89,6 +97,39 @@ inline bool Press(QWidget* parent, const char* objectName) {
         return false;
     button->click();
     return true;
+}
+
+/// Types `text` into a field as a user would: the edit, then leaving the field.
+inline void TypeField(QLineEdit* edit, const char* text) {
+    edit->setText(text);
+    edit->textEdited(edit->text());
+    edit->editingFinished();
+}
+
+/// Selects the item of `combo` reading `text`; a test failure when there is none.
+inline void Select(QComboBox* combo, const char* text) {
+    const int at = combo->findText(text);
+    ASSERT_GE(at, 0) << text;
+    combo->setCurrentIndex(at);
+}
+
+/// True when every current plane of `a` holds the bytes of `b`'s.
+inline bool SamePixels(const CProcessWindow& a, const CProcessWindow& b) {
+    for (int s : a.image.Slots())
+        if (std::memcmp(a.image.curPlane[s], b.image.curPlane[s],
+                        sizeof(float) * a.image.pixelCount) != 0)
+            return false;
+    return true;
+}
+
+/// Fails at the first sample where the current planes of `a` and `b` differ.
+inline void ExpectSamePixels(const CProcessWindow& a, const CProcessWindow& b) {
+    for (int s : a.image.Slots())
+        for (std::uint32_t i = 0; i < a.image.pixelCount; ++i)
+            ASSERT_EQ(a.image.curPlane[s][i], b.image.curPlane[s][i]) << "slot " << s << " " << i;
+}
+inline void ExpectSamePixels(const CProcessWindow* a, const CProcessWindow* b) {
+    ExpectSamePixels(*a, *b);
 }
 
 /// The folder screenshots go to, created.

@@ -22,12 +22,6 @@ float Field(int s, int x, int y) {
     return static_cast<float>(2000 + 900 * ((x * 5 + y * 3 + s) % 7) + 11 * y);
 }
 
-void ExpectSamePixels(CProcessWindow* a, CProcessWindow* b) {
-    for (int s : a->image.Slots())
-        for (std::uint32_t i = 0; i < a->image.pixelCount; ++i)
-            ASSERT_EQ(a->image.curPlane[s][i], b->image.curPlane[s][i]) << "slot " << s << " " << i;
-}
-
 } // namespace
 
 TEST(UnsharpMaskTool, ApplyGivesTheOperatorFunctionsPixelsAndRecord) {
