@@ -66,6 +66,15 @@ inline void MakeRgbSky(Image& img, unsigned currentSeed) {
     }
 }
 
+/// The RGB sky of a benchmark program, made once: the input in the previous planes and a copy
+/// of it in the current ones, as a slider move or a repeated step finds them.
+inline Image& RgbSkyImage() {
+    static Image img;
+    if (!img.curPlane[0])
+        MakeRgbSky(img, 0);
+    return img;
+}
+
 /// Bytes of the three planes of such an image.
 inline double RgbBytes() {
     return 3.0 * kWidth * kHeight * sizeof(float);

@@ -12,16 +12,9 @@ using namespace astrivelle::bench;
 
 namespace {
 
-Image& RgbImage() {
-    static Image img;
-    if (!img.curPlane[0])
-        MakeRgbSky(img, 0);
-    return img;
-}
-
 // The pixel function as an open image runs it (pending: the input is already in prev).
 void PixelMathAddRgb(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         for (int s = 0; s < 3; ++s)
             img.PixelAdd(true, img.prevPlane[s], img.curPlane[s], 100.0, 0, 65535, 0);
@@ -30,7 +23,7 @@ void PixelMathAddRgb(benchmark::State& state) {
 
 // With the feathered range: every pixel takes the slow branch test.
 void PixelMathAddRgbFeather(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         for (int s = 0; s < 3; ++s)
             img.PixelAdd(true, img.prevPlane[s], img.curPlane[s], 100.0, 1000, 20000, 500);
@@ -39,7 +32,7 @@ void PixelMathAddRgbFeather(benchmark::State& state) {
 
 // As replay runs it: the copy of current to previous first, then the arithmetic.
 void PixelMathAddRgbReplay(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         for (int s = 0; s < 3; ++s)
             img.PixelAdd(false, img.prevPlane[s], img.curPlane[s], 0.0, 0, 65535, 0);
@@ -47,14 +40,14 @@ void PixelMathAddRgbReplay(benchmark::State& state) {
 }
 
 void MemcpySameBytes(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         CopyPlanes(img);
     state.SetBytesProcessed(static_cast<int64_t>(RgbBytes() * state.iterations()));
 }
 
 void MemcpySameBytesParallel(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         CopyPlanesParallel(img);
     state.SetBytesProcessed(static_cast<int64_t>(RgbBytes() * state.iterations()));

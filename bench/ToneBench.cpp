@@ -14,23 +14,15 @@ using namespace astrivelle::bench;
 
 namespace {
 
-/// The sky in the previous planes (what a live preview reads each time), current planes free.
-Image& RgbImage() {
-    static Image img;
-    if (!img.curPlane[0])
-        MakeRgbSky(img, 0);
-    return img;
-}
-
 void MemcpyPlanes(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         CopyPlanes(img);
     state.SetBytesProcessed(static_cast<int64_t>(RgbBytes() * state.iterations()));
 }
 
 void MemcpyPlanesParallel(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         CopyPlanesParallel(img);
     state.SetBytesProcessed(static_cast<int64_t>(RgbBytes() * state.iterations()));
@@ -38,7 +30,7 @@ void MemcpyPlanesParallel(benchmark::State& state) {
 
 /// Levels as a slider move applies it: each plane from its previous plane (pending).
 void Levels(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         for (int s = 0; s < 3; ++s)
             img.ApplyLevels(true, img.prevPlane[s], img.curPlane[s], 1200, 9000, 30000, 0.8, 1.3,
@@ -47,7 +39,7 @@ void Levels(benchmark::State& state) {
 }
 
 void MicroCurves(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     const std::vector<MicroCurve::Point> master{{100, 100}, {155, 155}};
     const std::vector<MicroCurve::Point> lifted{{64, 127}, {127, 192}}; // "Lighter"
     for (auto _ : state)
@@ -59,7 +51,7 @@ void MicroCurves(benchmark::State& state) {
 
 /// Digital Development, colour, "Hard Plus" (filter 4) at strength 0.5.
 void DigitalDevelopmentHardPlus(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     const int bkgMinAndBreakPoint[2] = {0, 2000};
     for (auto _ : state)
         if (!img.ApplyDigitalDevelopment(true, 4, nullptr, 0, true, bkgMinAndBreakPoint, true, true,
@@ -70,7 +62,7 @@ void DigitalDevelopmentHardPlus(benchmark::State& state) {
 }
 
 void OpenCvBoxFilter9(benchmark::State& state) {
-    Image& img = RgbImage();
+    Image& img = RgbSkyImage();
     for (auto _ : state)
         for (int s = 0; s < 3; ++s) {
             cv::Mat src(kHeight, kWidth, CV_32F, img.prevPlane[s]);
