@@ -24,5 +24,8 @@ int RunCalibrate(const std::vector<std::string>& args);
 int RunGain(const std::vector<std::string>& args);
 int RunBayer(const std::vector<std::string>& args);
 int RunCombine(const std::vector<std::string>& args);
+int RunNormalize(const std::vector<std::string>& args);
+int RunResize(const std::vector<std::string>& args);
+int RunCrop(const std::vector<std::string>& args);
 
 } // namespace astrivelle::cli

@@ -24,6 +24,11 @@ const std::vector<Command>& AllCommands() {
         {"bayer", "interpolate or split colour filter mosaics", RunBayer},
         {"combine", "combine image files into one (average, median, sigma, HDR add ...)",
          RunCombine},
+        {"normalize", "bring a set of images to one brightness and contrast, or one range",
+         RunNormalize},
+        {"resize", "resize images by a factor, to a size, or to the set's largest or smallest",
+         RunResize},
+        {"crop", "cut a box about a point or each image's brightness centroid", RunCrop},
     };
     return commands;
 }

@@ -432,6 +432,16 @@ public:
                           double highlightScale, double highlightBreak, double backgroundScale,
                           double backgroundBreak);
 
+    // ---- Image sets (imagesets/) ----------------------------------------------------------
+    /// Normalizes one plane, rows in parallel. With `byMeanStd`: out = (in - a) * d / b + c
+    /// (a, b the plane's mean and deviation, c, d the target mean and deviation); nothing is
+    /// done when b is 0. Otherwise out = (in - a) * (d - c) / (b - a) + c (a, b the plane's
+    /// range, c, d the target range); nothing is done when b equals a. Results are limited to
+    /// 0..65535. `inPlace` works on `dst` alone (`src` unused); else `dst` receives the result
+    /// of `src` (a copy in the cases that do nothing). False for a missing plane.
+    bool NormalizeChannel(bool inPlace, const float* src, float* dst, bool byMeanStd, double a,
+                          double b, double c, double d);
+
 private:
     std::int32_t workRowCount_ = 0;  ///< rows workRows were made with
     std::int32_t accumRowCount_ = 0; ///< rows accumRows were made with

@@ -283,7 +283,6 @@ Outcome CurvePlane(const Image& img, const float* src, int offset, const PreStre
                    const float* copy, const WindowFilter* filter, const DdpCurve& curve,
                    Store&& store, IProgress* progress) {
     const int w = img.width, h = img.height;
-    const double top = img.maxValue;
     if (!filter) {
         ParallelRows(h, [&](int y0, int y1) {
             for (int y = y0; y < y1 && !Cancelled(progress); ++y)

@@ -291,12 +291,13 @@ TEST(BayerSplit, SplitSizesAndCombineRoundTrip) {
                 for (int dy = 0; dy < 2; ++dy)
                     for (int dx = 0; dx < 2; ++dx) {
                         const float v = m[(2 * y + dy) * w + 2 * x + dx];
-                        if (cell.site[dy][dx] == CfaColor::R)
-                            EXPECT_EQ(r[y * rw + x], v);
-                        if (cell.site[dy][dx] == CfaColor::B)
-                            EXPECT_EQ(b[y * rw + x], v);
-                        if (cell.site[dy][dx] == CfaColor::G)
-                            EXPECT_EQ(g[(2 * y + dy) * gw + x], v);
+                        const CfaColor site = cell.site[dy][dx];
+                        const float got = site == CfaColor::R   ? r[y * rw + x]
+                                          : site == CfaColor::B ? b[y * rw + x]
+                                                                : g[(2 * y + dy) * gw + x];
+                        if (site == CfaColor::R || site == CfaColor::B || site == CfaColor::G) {
+                            EXPECT_EQ(got, v);
+                        }
                     }
         EXPECT_EQ(avg[0], (g[0] + g[gw]) * 0.5f);
         // Back into a mosaic: the same mosaic; with factors, each site times its factor.
