@@ -77,29 +77,19 @@ bool BayerFilesPrefix(const std::string& outputColor, const std::string& userPre
 
 FileOpResult RunBayerFiles(const BayerFilesParams& params, IProgress* progress, INotify* notify) {
     FileOpResult result;
-    const auto stop = [&](const std::string& text) {
-        result.end = FileOpEnd::Stopped;
-        result.status = text;
-        result.failures.push_back({{}, text, {}});
-        if (notify)
-            notify->Message(text);
-        if (progress)
-            progress->SetStatus(text);
-        return result;
-    };
     FileOpBusy busy(FileOpKind::Bayer);
     if (!busy.Acquired())
-        return stop(BusyText(FileOpKind::Bayer));
+        return StopRun(progress, notify, BusyText(FileOpKind::Bayer));
     const std::string status = BayerFilesStatus(params.outputColor);
     if (status.empty())
-        return stop("Unknown output colour " + params.outputColor);
+        return StopRun(progress, notify, "Unknown output colour " + params.outputColor);
     CfaCell cell;
     if (!ParseCfaKeyword(params.cfaPattern, &cell))
-        return stop("Unknown colour filter pattern " + params.cfaPattern);
+        return StopRun(progress, notify, "Unknown colour filter pattern " + params.cfaPattern);
     FileOpJob op;
     std::string message;
     if (!BayerFilesPrefix(params.outputColor, params.prefix, &op.prefix, &message))
-        return stop(message);
+        return StopRun(progress, notify, message);
     op.inputs = params.files;
     op.outDir = params.outputDirectory;
     op.saveType = IsFitsKeyword(params.saveType) ? params.saveType : "TIFF16";

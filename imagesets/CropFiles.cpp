@@ -178,25 +178,15 @@ bool CropImage(Image& image, int left, int top, int width, int height) {
 
 FileOpResult CropFiles(const CropRequest& request, IProgress* progress, INotify* notify) {
     FileOpResult result;
-    const auto stop = [&](const std::string& text) {
-        result.end = FileOpEnd::Stopped;
-        result.status = text;
-        result.failures.push_back({{}, text, {}});
-        if (notify)
-            notify->Message(text);
-        if (progress)
-            progress->SetStatus(text);
-        return result;
-    };
     FileOpBusy busy(FileOpKind::Crop);
     if (!busy.Acquired())
-        return stop(BusyText(FileOpKind::Crop));
+        return StopRun(progress, notify, BusyText(FileOpKind::Crop));
     const std::string paramsText = CropParamsText(request);
     if (!paramsText.empty())
-        return stop(paramsText);
+        return StopRun(progress, notify, paramsText);
     std::string prefix, message;
     if (!CheckPrefix(request.prefix, &prefix, &message))
-        return stop(message);
+        return StopRun(progress, notify, message);
 
     FileOpJob job;
     job.inputs = request.files;

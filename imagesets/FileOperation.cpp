@@ -408,6 +408,18 @@ void Report(INotify* notify, const FileOpFailure& f) {
 
 } // namespace
 
+FileOpResult StopRun(IProgress* progress, INotify* notify, const std::string& text) {
+    FileOpResult result;
+    result.end = FileOpEnd::Stopped;
+    result.status = text;
+    result.failures.push_back({{}, text, {}});
+    if (notify)
+        notify->Message(text);
+    if (progress)
+        progress->SetStatus(text);
+    return result;
+}
+
 FileOpResult RunFileOperation(const FileOpJob& job, const FileOpHandlers& handlers,
                               IProgress* progress, INotify* notify) {
     FileOpResult result;

@@ -294,6 +294,9 @@ struct FileOpHandlers {
                        IProgress* progress, std::string* why)>
         process;
 };
+/// A run that stops before its first file: `text` is its status and its one failure, said
+/// through the notifier and the progress owner (either may be null).
+FileOpResult StopRun(IProgress* progress, INotify* notify, const std::string& text);
 
 /// Runs the loop on the calling thread: for each input, phase 1 and the counter, read,
 /// phase 2, process, phase 4, apply the save type and write outDir/prefix+name+extension

@@ -15,24 +15,14 @@ bool ApplyRecords(Image& image, const std::vector<CProcessStructure>& records, s
 
 FileOpResult FilterFiles(const FilterFilesRequest& request, IProgress* progress, INotify* notify) {
     FileOpResult result;
-    const auto stop = [&](const std::string& text) {
-        result.end = FileOpEnd::Stopped;
-        result.status = text;
-        result.failures.push_back({{}, text, {}});
-        if (notify)
-            notify->Message(text);
-        if (progress)
-            progress->SetStatus(text);
-        return result;
-    };
     FileOpBusy busy(FileOpKind::Filter);
     if (!busy.Acquired())
-        return stop(BusyText(FileOpKind::Filter));
+        return StopRun(progress, notify, BusyText(FileOpKind::Filter));
     if (request.records.empty())
-        return stop("No filters selected.");
+        return StopRun(progress, notify, "No filters selected.");
     std::string prefix, message;
     if (!CheckPrefix(request.prefix, &prefix, &message))
-        return stop(message);
+        return StopRun(progress, notify, message);
 
     FileOpJob job;
     job.inputs = request.files;

@@ -43,27 +43,18 @@ void ResizeTargetSize(const ResizeRequest& r, int width, int height, int setWidt
 
 FileOpResult ResizeFiles(const ResizeRequest& request, IProgress* progress, INotify* notify) {
     FileOpResult result;
-    const auto stop = [&](const std::string& text) {
-        result.end = FileOpEnd::Stopped;
-        result.status = text;
-        result.failures.push_back({{}, text, {}});
-        if (notify)
-            notify->Message(text);
-        if (progress)
-            progress->SetStatus(text);
-        return result;
-    };
     FileOpBusy busy(FileOpKind::Resize);
     if (!busy.Acquired())
-        return stop(BusyText(FileOpKind::Resize));
+        return StopRun(progress, notify, BusyText(FileOpKind::Resize));
     const std::string paramsText = ResizeParamsText(request);
     if (!paramsText.empty())
-        return stop(paramsText);
+        return StopRun(progress, notify, paramsText);
     if (request.interpolation < 1 || request.interpolation > 3)
-        return stop("Unknown interpolation " + std::to_string(request.interpolation));
+        return StopRun(progress, notify,
+                       "Unknown interpolation " + std::to_string(request.interpolation));
     std::string prefix, message;
     if (!CheckPrefix(request.prefix, &prefix, &message))
-        return stop(message);
+        return StopRun(progress, notify, message);
 
     // The sizes of the set, from the headers; each file is taken by itself.
     CImageFileList usable;
