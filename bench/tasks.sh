@@ -22,7 +22,15 @@
 #                                              reference for snrGain)
 #   detect     $WORK/stars.txt                 "x y" per star found on the first file of
 #                                              $WORK/calibrated/ (0-based, centres at integers)
-ASTRIVELLE_CALIBRATE=""
+# Masters by sigma-clipped median (darks, flat darks, flats), then every light calibrated with
+# the dark (bias included, same exposure), the flat and the flat dark.
+ASTRIVELLE_CALIBRATE='C=$BUILD/astrivelle-cli
+$C combine --quiet --method SIGMED --name dark -o masters $DATA/darks/*.fit &&
+$C combine --quiet --method SIGMED --name flatdark -o masters $DATA/flatdarks/*.fit &&
+$C combine --quiet --method SIGMED --name flat -o masters $DATA/flats/*.fit &&
+$C calibrate --quiet --dark masters/dark.fit --flat masters/flat.fit \
+    --flat-dark masters/flatdark.fit -o calibrated $DATA/lights/*.fit'
+
 ASTRIVELLE_REGISTER=""
 ASTRIVELLE_STACK=""
 ASTRIVELLE_PIPELINE=""
