@@ -32,6 +32,18 @@ bool ParseInteger(const std::string& text, int* value) {
     return true;
 }
 
+int RunAndPrint(const Arguments& args,
+                const std::function<FileOpResult(IProgress*, INotify*)>& run) {
+    const bool json = args.Has("--json");
+    CliNotify notify;
+    CliProgress progress(args.Has("--quiet") || json);
+    CancelOnInterrupt(&progress);
+    const FileOpResult result = run(&progress, json ? nullptr : &notify);
+    progress.Finish();
+    CancelOnInterrupt(nullptr);
+    return PrintRunResult(result, json);
+}
+
 int PrintRunResult(const FileOpResult& result, bool json) {
     if (json) {
         std::string out = "{\"status\":" + JsonString(result.status) +

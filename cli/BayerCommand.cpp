@@ -2,9 +2,9 @@
 /// \file `bayer`: interpolate colour filter mosaics to RGB, or split one colour plane out.
 #include <cstdio>
 
+#include "cli/BatchOutput.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
-#include "cli/Json.h"
 #include "imagesets/BayerFiles.h"
 
 namespace astrivelle::cli {
@@ -71,33 +71,9 @@ int RunBayer(const std::vector<std::string>& argv) {
     params.prefix = args.Value("--prefix");
     params.saveType = args.Value("--save-type", "TIFF16");
 
-    const bool json = args.Has("--json");
-    CliNotify notify;
-    CliProgress progress(args.Has("--quiet") || json);
-    CancelOnInterrupt(&progress);
-    const FileOpResult result = RunBayerFiles(params, &progress, json ? nullptr : &notify);
-    progress.Finish();
-    CancelOnInterrupt(nullptr);
-
-    if (json) {
-        std::string out = "{\"status\":" + JsonString(result.status) +
-                          ",\"ok\":" + (result.Ok() ? "true" : "false") + ",\"outputs\":[";
-        for (std::size_t i = 0; i < result.outputs.size(); ++i)
-            out += (i ? "," : "") + JsonString(result.outputs[i]);
-        out += "],\"failures\":[";
-        for (std::size_t i = 0; i < result.failures.size(); ++i) {
-            const FileOpFailure& f = result.failures[i];
-            out += std::string(i ? "," : "") + "{\"file\":" + JsonString(f.path) +
-                   ",\"text\":" + JsonString(f.text) + ",\"detail\":" + JsonString(f.detail) + "}";
-        }
-        out += "]}\n";
-        std::fputs(out.c_str(), stdout);
-    } else {
-        std::printf("%s\n", result.status.c_str());
-        for (const std::string& o : result.outputs)
-            std::printf("%s\n", o.c_str());
-    }
-    return result.Ok() ? ExitOk : ExitFailed;
+    return RunAndPrint(args, [&](IProgress* progress, INotify* notify) {
+        return RunBayerFiles(params, progress, notify);
+    });
 }
 
 } // namespace astrivelle::cli

@@ -5,7 +5,6 @@
 #include "cli/BatchOutput.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
-#include "fileio/SaveType.h"
 #include "imagesets/CropFiles.h"
 
 namespace astrivelle::cli {
@@ -64,25 +63,12 @@ int RunCrop(const std::vector<std::string>& argv) {
             !ParseNumber(center.substr(comma + 1), &request.y))
             return Usage("--center takes X,Y");
     }
-    request.outputDirectory = args.Value("-o");
-    if (request.outputDirectory.empty())
-        return Usage("-o DIR is required");
-    if (args.files.empty())
-        return Usage("no input files");
-    request.files = args.files;
-    request.prefix = args.Value("--prefix", kCropPrefix);
-    request.saveType = args.Value("--save-type", "SAMEASINPUT");
-    if (!IsKnownSaveType(request.saveType))
-        return Usage("unknown save type " + request.saveType);
-
-    const bool json = args.Has("--json");
-    CliNotify notify;
-    CliProgress progress(args.Has("--quiet") || json);
-    CancelOnInterrupt(&progress);
-    const FileOpResult result = CropFiles(request, &progress, json ? nullptr : &notify);
-    progress.Finish();
-    CancelOnInterrupt(nullptr);
-    return PrintRunResult(result, json);
+    const std::string optionError = ReadFileListOptions(args, kCropPrefix, &request);
+    if (!optionError.empty())
+        return Usage(optionError);
+    return RunAndPrint(args, [&](IProgress* progress, INotify* notify) {
+        return CropFiles(request, progress, notify);
+    });
 }
 
 } // namespace astrivelle::cli

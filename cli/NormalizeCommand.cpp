@@ -5,7 +5,6 @@
 #include "cli/BatchOutput.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
-#include "fileio/SaveType.h"
 #include "imagesets/NormalizeFiles.h"
 
 namespace astrivelle::cli {
@@ -83,25 +82,12 @@ int RunNormalize(const std::vector<std::string>& argv) {
             return Usage(std::string(name) + " takes a number");
     }
     request.useSetDeviation = args.Has("--set-deviation");
-    request.outputDirectory = args.Value("-o");
-    if (request.outputDirectory.empty())
-        return Usage("-o DIR is required");
-    if (args.files.empty())
-        return Usage("no input files");
-    request.files = args.files;
-    request.prefix = args.Value("--prefix", kNormalizePrefix);
-    request.saveType = args.Value("--save-type", "SAMEASINPUT");
-    if (!IsKnownSaveType(request.saveType))
-        return Usage("unknown save type " + request.saveType);
-
-    const bool json = args.Has("--json");
-    CliNotify notify;
-    CliProgress progress(args.Has("--quiet") || json);
-    CancelOnInterrupt(&progress);
-    const NormalizeResult result = NormalizeFiles(request, &progress, json ? nullptr : &notify);
-    progress.Finish();
-    CancelOnInterrupt(nullptr);
-    return PrintRunResult(result.run, json);
+    const std::string optionError = ReadFileListOptions(args, kNormalizePrefix, &request);
+    if (!optionError.empty())
+        return Usage(optionError);
+    return RunAndPrint(args, [&](IProgress* progress, INotify* notify) {
+        return NormalizeFiles(request, progress, notify).run;
+    });
 }
 
 } // namespace astrivelle::cli

@@ -6,7 +6,6 @@
 #include "cli/BatchOutput.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
-#include "fileio/SaveType.h"
 #include "imagesets/ResizeFiles.h"
 
 namespace astrivelle::cli {
@@ -82,25 +81,12 @@ int RunResize(const std::vector<std::string>& argv) {
         request.interpolation = 3;
     else
         return Usage("--interpolation takes nearest, bilinear or bicubic");
-    request.outputDirectory = args.Value("-o");
-    if (request.outputDirectory.empty())
-        return Usage("-o DIR is required");
-    if (args.files.empty())
-        return Usage("no input files");
-    request.files = args.files;
-    request.prefix = args.Value("--prefix", kResizePrefix);
-    request.saveType = args.Value("--save-type", "SAMEASINPUT");
-    if (!IsKnownSaveType(request.saveType))
-        return Usage("unknown save type " + request.saveType);
-
-    const bool json = args.Has("--json");
-    CliNotify notify;
-    CliProgress progress(args.Has("--quiet") || json);
-    CancelOnInterrupt(&progress);
-    const FileOpResult result = ResizeFiles(request, &progress, json ? nullptr : &notify);
-    progress.Finish();
-    CancelOnInterrupt(nullptr);
-    return PrintRunResult(result, json);
+    const std::string optionError = ReadFileListOptions(args, kResizePrefix, &request);
+    if (!optionError.empty())
+        return Usage(optionError);
+    return RunAndPrint(args, [&](IProgress* progress, INotify* notify) {
+        return ResizeFiles(request, progress, notify);
+    });
 }
 
 } // namespace astrivelle::cli
