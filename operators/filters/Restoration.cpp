@@ -605,6 +605,20 @@ std::string FormatAdaptiveRestoration(const AdaptiveRestorationParams& p) {
                       YesNo(p.reduceArtifacts), p.applyMin, p.applyMax, p.feather);
 }
 
+/// The PSF type word and the "%dx%d" size of both restoration texts.
+static bool ReadPsfFields(FieldReader& in, int* psfType, int* halfSize) {
+    std::string v;
+    if (!in.Next(&v, "PSF type"))
+        return false;
+    *psfType = WordIndex(v, PsfTypeWord, 1, 4);
+    if (*psfType == 0)
+        return in.Bad("PSF type");
+    if (!in.Next(&v, "PSF size"))
+        return false;
+    *halfSize = WindowSizeRadius(v);
+    return true;
+}
+
 bool ParseRestoration(const std::string& text, RestorationParams* params, std::string* error,
                       bool* hasIterations) {
     FieldReader in{text, error, "Non-Adaptive Iterative Restoration", text};
@@ -615,14 +629,8 @@ bool ParseRestoration(const std::string& text, RestorationParams* params, std::s
     p.type = WordIndex(v, RestorationTypeWord, 1, 4);
     if (p.type == 0)
         return in.Bad("restoration type");
-    if (!in.Next(&v, "PSF type"))
+    if (!ReadPsfFields(in, &p.psfType, &p.halfSize))
         return false;
-    p.psfType = WordIndex(v, PsfTypeWord, 1, 4);
-    if (p.psfType == 0)
-        return in.Bad("PSF type");
-    if (!in.Next(&v, "PSF size"))
-        return false;
-    p.halfSize = WindowSizeRadius(v);
     if (!in.Next(&v, "relax value"))
         return false;
     p.relax = std::atof(v.c_str());
@@ -638,14 +646,8 @@ bool ParseAdaptiveRestoration(const std::string& text, AdaptiveRestorationParams
     FieldReader in{text, error, "Adaptive Richardson-Lucy", text};
     AdaptiveRestorationParams p = *params;
     std::string v;
-    if (!in.Next(&v, "PSF type"))
+    if (!ReadPsfFields(in, &p.psfType, &p.halfSize))
         return false;
-    p.psfType = WordIndex(v, PsfTypeWord, 1, 4);
-    if (p.psfType == 0)
-        return in.Bad("PSF type");
-    if (!in.Next(&v, "PSF size"))
-        return false;
-    p.halfSize = WindowSizeRadius(v);
     if (!in.Next(&v, "noise threshold"))
         return false;
     p.noiseThreshold = std::atof(v.c_str());
