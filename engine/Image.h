@@ -12,6 +12,7 @@
 
 #include "engine/FitsHeader.h"
 #include "engine/Levels.h"
+#include "engine/StarShape.h"
 
 namespace astrivelle {
 
@@ -431,6 +432,60 @@ public:
     void HistogramStretch(bool pending, float* prev, float* cur, int type, double scale,
                           double highlightScale, double highlightBreak, double backgroundScale,
                           double backgroundBreak);
+
+    // ---- stars: the star window, detection and measures (align/Star*.cpp) ---------------
+    // The star window is its own state (starNbhd), apart from the general neighbourhood
+    // above; one Image object serves one search at a time.
+    /// Fills the star window of radius r around the 0-based (x, y): a copy of `channel`, or
+    /// with nullptr the luminance of the three current colour planes. Outside pixels are -1.0.
+    void LoadNbhd(const float* channel, int x, int y, int r);
+    /// Each window value becomes max(value - t, 0), the -1.0 marks included.
+    void NbhdClipBelow(double t);
+    /// Mean of the window values that are not -1.0.
+    double NbhdMeanValue() const;
+    /// The centroid of the window by the raw bit patterns of its floats, 1-based.
+    void NbhdCentroid(double* outX, double* outY) const;
+    /// Measures one star at the 0-based (x, y); true when accepted and `outStar` filled.
+    bool MeasureStar(bool forceAccept, const float* channel, int x, int y, int r, int rDiag,
+                     int edgeMargin, double maxAsymmetry, double peakFactor,
+                     CStarShapeStructure* outStar, bool wantFwhm, bool wantHfd);
+    /// Scans the whole channel for stars. With the tag "CStarShape" the scan stops when
+    /// `progress` reports cancel, returning what it found so far.
+    void FindStars(IProgress* progress, const std::string& callerTag, const float* channel,
+                   CStarShapeList* outList, int* outCandidates, int* outAccepted, bool wantFwhm,
+                   bool wantHfd);
+    /// The same into a caller's array; stops when capacity - 1 records are stored.
+    void FindStarsBounded(IProgress* progress, const std::string& callerTag, const float* channel,
+                          CStarShapeStructure* outArray, int capacity, int* outCandidates,
+                          int* outAccepted, bool wantFwhm, bool wantHfd);
+
+    // ---- geometric transforms (operators/geometry/) ----------------------------------------
+    /// Row y to row height-1-y ("V"). With `inPlace` `dst` alone is used.
+    bool FlipRows(bool inPlace, const float* src, float* dst);
+    /// Each row reversed ("H").
+    bool FlipColumns(bool inPlace, const float* src, float* dst);
+    /// Moves a plane by dx to the right (left when `negativeX`) and dy down (up when
+    /// `negativeY`); uncovered pixels take `border`. Interpolation 1 nearest, 2 bilinear,
+    /// 3 cubic B-spline; without `subPixel` the shifts are truncated.
+    bool Translate(bool inPlace, const float* src, float* dst, bool negativeY, bool negativeX,
+                   double dy, double dx, float border, bool subPixel, int interpolation);
+    /// Resamples this image's channels c0..c2 (nullptr when absent) into `out` (already
+    /// sized w by h, its current planes out->Slots()[k] receiving channel k) so that the
+    /// three current points fall on the three reference points. With `sizeOnly` nothing is
+    /// drawn and the truncated extremes of the mapped image corners are returned. False with
+    /// the reason in `error` ("Current points not linearly Independent", "Reference points
+    /// not linearly Independent", "No inverse of back compute matrix").
+    bool AlignAffine3(Image* out, int w, int h, const float* c0, const float* c1, const float* c2,
+                      double ref1x, double ref1y, double ref2x, double ref2y, double ref3x,
+                      double ref3y, double cur1x, double cur1y, double cur2x, double cur2y,
+                      double cur3x, double cur3y, double* outRotation, bool sizeOnly, int* outMinX,
+                      int* outMaxX, int* outMinY, int* outMaxY, double* outShiftX,
+                      double* outShiftY, std::string* error = nullptr);
+    /// Rotation and translation from two point pairs, resampled as AlignAffine3.
+    bool AlignRigid2(Image* out, int w, int h, const float* c0, const float* c1, const float* c2,
+                     double ref1x, double ref1y, double ref2x, double ref2y, double cur1x,
+                     double cur1y, double cur2x, double cur2y, double* outRotation,
+                     double* outShiftX, double* outShiftY);
 
     // ---- Image sets (imagesets/) ----------------------------------------------------------
     /// Normalizes one plane, rows in parallel. With `byMeanStd`: out = (in - a) * d / b + c
