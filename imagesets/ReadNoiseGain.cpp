@@ -131,6 +131,8 @@ struct Worker {
     int width = 0, height = 0;
     PairMeasure flats[3], bias[3];
 
+    Worker(const ReadNoiseGainRequest& request, IProgress* owner) : r(request), progress(owner) {}
+
     void Status(const std::string& s) {
         if (progress)
             progress->SetStatus(s);
@@ -268,7 +270,7 @@ struct Worker {
 } // namespace
 
 ReadNoiseGainResult ComputeReadNoiseGain(const ReadNoiseGainRequest& request, IProgress* progress) {
-    Worker w{request, progress, {}};
+    Worker w(request, progress);
     w.Run();
     return w.result;
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "TestSupport.h"
 #include "engine/Image.h"
@@ -143,4 +144,50 @@ TEST(CliRaw, GeneratedDngsByConversionKeyword) {
                          &out),
               1);
     EXPECT_NE(out.find("Could not convert file."), std::string::npos) << out;
+}
+
+TEST(CliConvert, RecordedStretchFromAFileAndItsRefusal) {
+    ScratchDir dir;
+    const std::string input = dir.file("in.fit");
+    {
+        Image img;
+        MakeImage(img, 16, 10, ColorGray, [](int, int x, int y) { return 1000.0f * (x + y); });
+        ASSERT_TRUE(img.WriteFile(input, KindFITS));
+    }
+    // Levels: black at 5000, everything at or below it becomes 0.
+    const std::string params =
+        "Channel : Monochrome#Level :Black#RGB LEVELS#  Black : 0#  MidTone : 32767#"
+        "  MidTone Intensity : 32767#  White : 65535#  Black Gamma : 1.00000#"
+        "  White Gamma : 1.00000#  Output Black : 0#  Output White : 65535#RED LEVELS#"
+        "  Black : 5000#  MidTone : 32767#  MidTone Intensity : 32767#  White : 65535#"
+        "  Black Gamma : 1.00000#  White Gamma : 1.00000#  Output Black : 0#"
+        "  Output White : 65535#GREEN LEVELS#  Black : 0#  MidTone : 32767#"
+        "  MidTone Intensity : 32767#  White : 65535#  Black Gamma : 1.00000#"
+        "  White Gamma : 1.00000#  Output Black : 0#  Output White : 65535#BLUE LEVELS#"
+        "  Black : 0#  MidTone : 32767#  MidTone Intensity : 32767#  White : 65535#"
+        "  Black Gamma : 1.00000#  White Gamma : 1.00000#  Output Black : 0#"
+        "  Output White : 65535#";
+    const std::string paramsFile = dir.file("levels.txt");
+    {
+        std::ofstream f(paramsFile);
+        f << params << "\n";
+    }
+    std::string out;
+    ASSERT_EQ(RunCommand(Cli("convert --quiet --save-type .FIT --stretch Levels --params-file " +
+                             Q(paramsFile) + " -o " + Q(dir.file("out")) + " " + Q(input)),
+                         &out),
+              0)
+        << out;
+    Image back;
+    ASSERT_TRUE(back.ReadFile(dir.file("out/CV_in.fit"), ".fit"));
+    EXPECT_EQ(back.curPlane[0][0], 0.0f);      // level 0
+    EXPECT_EQ(back.curPlane[0][5], 0.0f);      // 5000, at the black point
+    EXPECT_GT(back.curPlane[0][15], 10000.0f); // 15000, stretched
+    EXPECT_EQ(RunCommand(Cli("convert --save-type .FIT --stretch Levels -o " + Q(dir.file("out2")) +
+                             " " + Q(input)),
+                         &out),
+              1);
+    EXPECT_NE(out.find("Please apply Levels to an image to set its parameters before conversion."),
+              std::string::npos)
+        << out;
 }
