@@ -3,13 +3,14 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "cli/BatchOutput.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
-#include "cli/FileLoop.h"
 #include "engine/Image.h"
 #include "engine/ProcessStructure.h"
 #include "engine/workbench/Project.h"
 #include "fileio/SaveType.h"
+#include "imagesets/FilterFiles.h"
 
 namespace astrivelle::cli {
 
@@ -34,6 +35,7 @@ const char* kFilterHelp =
     "  --save-type KW  SAMEASINPUT (default), COMPFIT, UNCOMPFIT, COMPFIT32, UNCOMPFIT32,\n"
     "                  TIFF16, UNCOMPTIF\n"
     "  -o DIR          output folder (made when missing)\n"
+    "  --json          print the status, outputs and failures as one JSON object\n"
     "  --quiet         no progress bar\n";
 
 int Usage(const std::string& error) {
@@ -66,7 +68,7 @@ int RunFilter(const std::vector<std::string>& argv) {
     Arguments args;
     std::string error;
     if (!ParseArguments(argv, {"--op", "--params", "--project", "--prefix", "--save-type", "-o"},
-                        {"--help", "--quiet"}, &args, &error))
+                        {"--help", "--quiet", "--json"}, &args, &error))
         return Usage(error);
     if (args.Has("--help")) {
         std::fputs(kFilterHelp, stdout);
@@ -94,29 +96,16 @@ int RunFilter(const std::vector<std::string>& argv) {
         return ExitFailed;
     }
 
-    FileLoop loop;
-    loop.files = args.files;
-    loop.outDir = outDir;
-    loop.prefix = prefix;
-    loop.saveType = saveType;
-    loop.quiet = args.Has("--quiet");
-    loop.failureText = "Error filtering ";
-    loop.change = [&records, &colorModel](Image& img, std::string* why) {
-        // COLORonly / MONOonly: files of the other model are not in the selection.
-        if (colorModel == "COLOR" && img.colorType != ColorRGB) {
-            *why = "the project's commands take colour images only (COLORonly)";
-            return false;
-        }
-        if (colorModel == "MONO" && img.colorType == ColorRGB) {
-            *why = "the project's commands take monochrome images only (MONOonly)";
-            return false;
-        }
-        for (const CProcessStructure& record : records)
-            if (!img.ApplyCommand(record, nullptr, nullptr, nullptr, why))
-                return false;
-        return true;
-    };
-    return RunFileLoop(loop);
+    FilterFilesRequest request;
+    request.files = args.files;
+    request.outputDirectory = outDir;
+    request.prefix = prefix;
+    request.saveType = saveType;
+    request.records = records;
+    request.colorModel = colorModel;
+    return RunAndPrint(args, [&](IProgress* progress, INotify* notify) {
+        return FilterFiles(request, progress, notify);
+    });
 }
 
 } // namespace astrivelle::cli
