@@ -13,14 +13,16 @@ namespace astrivelle::cli {
 namespace {
 
 const char* kResizeHelp =
-    "usage: astrivelle-cli resize --mode FACTOR|LARGEST|SMALLEST|SIZE [--factor X]\n"
-    "                             [--width N] [--height N]\n"
+    "usage: astrivelle-cli resize --mode FACTOR|LARGEST|SMALLEST|SIZE|MONOBAYER\n"
+    "                             [--factor X] [--width N] [--height N]\n"
     "                             [--interpolation nearest|bilinear|bicubic] [--prefix P]\n"
     "                             [--save-type KW] [--json] -o DIR FILE...\n\n"
     "Resizes each FILE and writes DIR/P + name. An image already at its size is written as it\n"
     "is; when all are, nothing is written and the status is \"No Scale Needed\".\n"
     "  --mode M          FACTOR (times --factor), LARGEST or SMALLEST (the size of the set's\n"
-    "                    largest or smallest image), SIZE (--width by --height)\n"
+    "                    largest or smallest image), SIZE (--width by --height),\n"
+    "                    MONOBAYER (monochrome Bayer planes to the colour frame's\n"
+    "                    --width by --height)\n"
     "  --factor X        positive real number (default 1.0)\n"
     "  --width N         SIZE: new width\n"
     "  --height N        SIZE: new height\n"
@@ -62,8 +64,10 @@ int RunResize(const std::vector<std::string>& argv) {
         request.mode = ResizeMode::Smallest;
     else if (mode == "SIZE")
         request.mode = ResizeMode::Size;
+    else if (mode == "MONOBAYER")
+        request.mode = ResizeMode::MonoBayer;
     else
-        return Usage("--mode takes FACTOR, LARGEST, SMALLEST or SIZE");
+        return Usage("--mode takes FACTOR, LARGEST, SMALLEST, SIZE or MONOBAYER");
     const std::string factor = args.Value("--factor");
     if (!factor.empty() && !ParseNumber(factor, &request.factor))
         return Usage("--factor takes a number");

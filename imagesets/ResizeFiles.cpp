@@ -11,7 +11,7 @@ namespace astrivelle {
 namespace fs = std::filesystem;
 
 std::string ResizeParamsText(const ResizeRequest& r) {
-    if (r.mode == ResizeMode::Size) {
+    if (r.mode == ResizeMode::Size || r.mode == ResizeMode::MonoBayer) {
         if (r.height <= 0)
             return kResizeHeightText;
         if (r.width <= 0)
@@ -30,6 +30,7 @@ void ResizeTargetSize(const ResizeRequest& r, int width, int height, int setWidt
         *outHeight = static_cast<int>(height * r.factor);
         return;
     case ResizeMode::Size:
+    case ResizeMode::MonoBayer:
         *outWidth = r.width;
         *outHeight = r.height;
         return;
@@ -103,8 +104,9 @@ FileOpResult ResizeFiles(const ResizeRequest& request, IProgress* progress, INot
     job.outDir = request.outputDirectory;
     job.prefix = prefix;
     job.saveType = request.ownerName == kResizeOwnerPipeline ? request.saveType : "SAMEASINPUT";
-    job.runningText = kResizeRunningText;
-    job.doneText = "Completed";
+    const bool monoBayer = request.mode == ResizeMode::MonoBayer;
+    job.runningText = monoBayer ? kResizeMonoBayerRunningText : kResizeRunningText;
+    job.doneText = monoBayer ? kResizeMonoBayerDoneText : "Completed";
     job.readFailureText = "Error reading ";
     job.processFailureText = "Error resizing ";
     job.writeFailureText = "Error writing ";

@@ -14,11 +14,15 @@ inline constexpr const char* kResizeOwnerDialog = "CResizeFiles";
 inline constexpr const char* kResizeOwnerPipeline = "CFileSetProcess";
 inline constexpr const char* kResizeRunningText = "Resizing Files...";
 inline constexpr const char* kResizeNoScaleText = "No Scale Needed";
+inline constexpr const char* kResizeMonoBayerRunningText = "Resizing Mono Bayer Light Frames...";
+inline constexpr const char* kResizeMonoBayerDoneText = "Resized Mono Bayer to RGB Size";
 inline constexpr const char* kResizeHeightText = "Height must be greater than 0.";
 inline constexpr const char* kResizeWidthText = "Width must be greater than 0.";
 inline constexpr const char* kResizeFactorText = "Please enter a positive real number.";
 
-enum class ResizeMode { Factor, Largest, Smallest, Size };
+/// MonoBayer is the automatic process's step: monochrome Bayer planes brought to the size of
+/// the colour frame made from the same mosaics (`width` x `height` of the request).
+enum class ResizeMode { Factor, Largest, Smallest, Size, MonoBayer };
 
 /// What a run is started with.
 struct ResizeRequest {
@@ -28,8 +32,8 @@ struct ResizeRequest {
     std::string prefix = kResizePrefix;
     ResizeMode mode = ResizeMode::Factor;
     double factor = 1.0;
-    int width = 0;         ///< Size
-    int height = 0;        ///< Size
+    int width = 0;         ///< Size, MonoBayer
+    int height = 0;        ///< Size, MonoBayer
     int interpolation = 2; ///< 1 nearest neighbour, 2 bilinear, 3 bicubic
     /// Honoured only for the owner "CFileSetProcess".
     std::string saveType = "SAMEASINPUT";

@@ -282,5 +282,37 @@ TEST(CropFiles, AboutEachImagesCentroid) {
     }
 }
 
+TEST(ResizeFiles, MonoBayerPlanesToTheColourFrameSize) {
+    test::ScratchDir dir;
+    const std::string a = Ramp(dir, "a.fit", 12, 8);
+    const std::string b = Ramp(dir, "b.fit", 12, 8);
+    ResizeRequest r;
+    r.files = {a, b};
+    r.outputDirectory = dir.file("out");
+    r.mode = ResizeMode::MonoBayer;
+    r.width = 10; // the colour frame of a 12 x 8 mosaic
+    r.height = 6;
+    test::RecordingProgress progress;
+    FileOpResult run = ResizeFiles(r, &progress, nullptr);
+    ASSERT_TRUE(run.Ok()) << run.status;
+    EXPECT_EQ(run.status, "Resized Mono Bayer to RGB Size");
+    EXPECT_NE(std::find(progress.statuses.begin(), progress.statuses.end(),
+                        "Resizing Mono Bayer Light Frames..."),
+              progress.statuses.end());
+    ASSERT_EQ(run.outputs.size(), 2u);
+    Image out;
+    ReadBack(run.outputs[0], out);
+    EXPECT_EQ(out.width, 10);
+    EXPECT_EQ(out.height, 6);
+
+    r.width = 12; // already the colour frame's size
+    r.height = 8;
+    run = ResizeFiles(r, nullptr, nullptr);
+    EXPECT_EQ(run.status, "No Scale Needed");
+    r.width = 0;
+    run = ResizeFiles(r, nullptr, nullptr);
+    EXPECT_EQ(run.status, "Width must be greater than 0.");
+}
+
 } // namespace
 } // namespace astrivelle
