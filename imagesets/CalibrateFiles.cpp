@@ -59,6 +59,15 @@ CalibrateResult CalibrateFiles(const CalibrateRequest& request, IProgress* progr
             notify->Message(s);
         return result;
     };
+    // One calibration at a time; and none while another file operation works.
+    FileOpBusy busy(FileOpKind::Calibrate);
+    if (!busy.Acquired())
+        return stop(kCalibrateInProgressText);
+    for (int k = 0; k < static_cast<int>(FileOpKind::Count_); ++k) {
+        const auto other = static_cast<FileOpKind>(k);
+        if (other != FileOpKind::Calibrate && other != FileOpKind::Automatic && IsFileOpBusy(other))
+            return stop(BusyText(other));
+    }
     // The request is copied at the start: the setup may change while the worker runs.
     const CalibrationSetup setup = request.setup;
     std::string text;

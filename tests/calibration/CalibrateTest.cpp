@@ -274,6 +274,31 @@ TEST(Calibrate, HeaderCardsAndAppliedText) {
     EXPECT_EQ(AppliedText(CalibrateOptions{}), "Applied :");
 }
 
+TEST(Calibrate, RefusedWhileItOrAnotherFileOperationRuns) {
+    struct Case {
+        FileOpKind running;
+        const char* text;
+    };
+    for (const Case& c : {Case{FileOpKind::Calibrate, "Calibrate Files In Progress."},
+                          Case{FileOpKind::Combine, "Combine Files/HDR Add Is Currently Busy."},
+                          Case{FileOpKind::AutoPlanet, "Auto Planet Align Is Currently Busy."}}) {
+        FileOpBusy held(c.running);
+        ASSERT_TRUE(held.Acquired());
+        CalibrateRequest request;
+        request.files = {"a.fit"};
+        request.outputDirectory = "/nonexistent";
+        test::RecordingNotify notify;
+        const CalibrateResult result = CalibrateFiles(request, nullptr, &notify);
+        EXPECT_EQ(result.run.status, c.text);
+        EXPECT_EQ(result.run.end, FileOpEnd::Stopped);
+        EXPECT_FALSE(result.started);
+    }
+    // Nothing left marked busy by the refused runs: the setup check speaks now.
+    CalibrateRequest request;
+    const CalibrateResult result = CalibrateFiles(request, nullptr, nullptr);
+    EXPECT_NE(result.run.status, "Calibrate Files In Progress.");
+}
+
 TEST(CalibrationSetup, PreflightTextsAndFlatDarkRule) {
     ScratchDir dir;
     WritePlane(dir.file("dark.fit"), 10, 8, std::vector<float>(80, 5));
