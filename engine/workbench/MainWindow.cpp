@@ -3,6 +3,8 @@
 /// that bring a new image into being (open, new, duplicate, copy portion).
 #include "engine/workbench/MainWindow.h"
 
+#include "calibration/Bayer.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -87,8 +89,9 @@ bool FolderIsWritable(const std::string& folder, std::string* error) {
     return StepFolderWritable(folder, error); // creates and deletes the test file
 }
 
-std::string CompactHistoryText(const std::vector<CProcessStructure>& history, bool copyPortion) {
-    std::string text = copyPortion ? kCopyPortionHeading : kDuplicateHeading;
+std::string CompactHistoryText(const std::vector<CProcessStructure>& history,
+                               const std::string& heading) {
+    std::string text = heading;
     for (const CProcessStructure& r : history) {
         text += "Previous Image : " + r.prevImageFile + "#";
         text += "Current Image : " + r.curImageFile + "#";
@@ -355,7 +358,46 @@ CProcessWindow* CMainWindow::DuplicateImage(const std::string& name, CProcessWin
     window->title = FileNameOf(window->filePath);
     window->BeginHistory("Duplicate Image");
     window->history[0].prevImageFile = from->filePath;
-    window->history[0].parameters = CompactHistoryText(from->history, false);
+    window->history[0].parameters = CompactHistoryText(from->history, kDuplicateHeading);
+    return Adopt(std::move(window));
+}
+
+CProcessWindow* CMainWindow::BayerInterpolateImage(const std::string& cfaPattern,
+                                                   bool reduceGreenNoise, bool buildRgbPixel,
+                                                   CProcessWindow* source) {
+    CProcessWindow* from = CheckedSource(source);
+    if (!from)
+        return nullptr;
+    auto window = std::make_unique<CProcessWindow>(notify_);
+    std::string error;
+    if (!InterpolateBayerImage(from->image, cfaPattern, reduceGreenNoise, buildRgbPixel,
+                               &window->image, &error)) {
+        notify().Message(error);
+        return nullptr;
+    }
+    // A window keeps the input of the latest operator in its previous planes.
+    if (!window->image.AllocatePlanes(1)) {
+        notify().Message(kCannotAllocateWindowText);
+        return nullptr;
+    }
+    window->image.CurrentToPrevious();
+    const fs::path own(from->filePath.empty() ? from->title : from->filePath);
+    const std::string name = kBayerImagePrefix + own.filename().string();
+    const fs::path beside = own.parent_path() / name;
+    std::error_code ec;
+    bool taken = fs::exists(beside, ec); // on disk, or held by an image not yet saved
+    images_.ForEach([&](CProcessWindow& w) {
+        taken = taken || fs::path(w.filePath).lexically_normal() == beside.lexically_normal();
+    });
+    if (!taken && !own.parent_path().empty() && FolderIsWritable(own.parent_path().string()))
+        window->filePath = beside.string();
+    else
+        window->filePath = FreeName(SaveFolder(true), kBayerImagePrefix + own.stem().string(),
+                                    own.extension().string());
+    window->title = FileNameOf(window->filePath);
+    window->BeginHistory("Bayer CFA Interpolation");
+    window->history[0].prevImageFile = from->filePath;
+    window->history[0].parameters = CompactHistoryText(from->history, kBayerHeading);
     return Adopt(std::move(window));
 }
 
@@ -404,7 +446,7 @@ CProcessWindow* CMainWindow::CopyPortion(int x, int y, int width, int height,
     window->title = FileNameOf(window->filePath);
     window->BeginHistory("Copy Portion");
     window->history[0].prevImageFile = from->filePath;
-    window->history[0].parameters = CompactHistoryText(from->history, true);
+    window->history[0].parameters = CompactHistoryText(from->history, kCopyPortionHeading);
     return Adopt(std::move(window));
 }
 

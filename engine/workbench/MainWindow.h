@@ -38,6 +38,8 @@ inline constexpr const char* kSaveAllQuestion = "Save and Replace All?";
 inline constexpr const char* kSaveAllTitle = "Save All Options";
 inline constexpr const char* kDuplicateHeading = " #Processing Before Duplication:#";
 inline constexpr const char* kCopyPortionHeading = " #Processing Before Copy Portion:#";
+inline constexpr const char* kBayerHeading = " #Processing Before Bayer CFA Interpolation:#";
+inline constexpr const char* kBayerImagePrefix = "BINT_";
 /// The file kind of a format that can be read but has no writer of its own.
 inline constexpr std::int32_t kKindWithoutWriter = -4;
 
@@ -78,7 +80,8 @@ const std::vector<MainExitOperator>& ExitOperatorTable();
 /// The `parameters` of a duplicate's or copied portion's origin record: the heading, then for
 /// each record "Previous Image : " path "#", "Current Image : " path "#", the operation "#",
 /// and the record's parameters (closed by '#').
-std::string CompactHistoryText(const std::vector<CProcessStructure>& history, bool copyPortion);
+std::string CompactHistoryText(const std::vector<CProcessStructure>& history,
+                               const std::string& heading);
 
 // ---- the model -----------------------------------------------------------------------------
 
@@ -158,6 +161,15 @@ public:
     /// to the image.
     CProcessWindow* CopyPortion(int x, int y, int width, int height, const std::string& name = {},
                                 CProcessWindow* source = nullptr);
+
+    /// The colour image of the active monochrome mosaic (or `source`), interpolated with the
+    /// pattern keyword, as a new image "BINT_" + the source's name beside it (in the default
+    /// project folder, with "_%d", when the source has no folder). Its origin record holds the
+    /// source's history under " #Processing Before Bayer CFA Interpolation:#". Refusals: "Please
+    /// Open An Image First.", "Image must be a monochrome CFA .", "The Image Is Too Small to
+    /// Interpolate.", "Could Not Create The Color Image.".
+    CProcessWindow* BayerInterpolateImage(const std::string& cfaPattern, bool reduceGreenNoise,
+                                          bool buildRgbPixel, CProcessWindow* source = nullptr);
 
     // ---- save --------------------------------------------------------------------------
     /// Writes the active image (or `window`) to its own path in its own format.
