@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 
 #include "engine/Image.h"
@@ -15,6 +16,7 @@
 #include "fileio/Fits.h"
 #include "fileio/Jpeg.h"
 #include "fileio/SaveType.h"
+#include "fileio/Sbig.h"
 #include "fileio/Tiff.h"
 #include "fileio/WriteSafely.h"
 
@@ -117,7 +119,24 @@ std::string ProbeHeader(const std::string& path, const std::string& kind, Header
         facts->isColor = info.header.bitCount == 24;
         return {};
     }
-    // SBIG and the rest: the reader is the only way to the size.
+    if (kind == "SBIG") {
+        // The size stands in the text header of the first 2048 bytes.
+        if (ProbeSBIG(path) == KindNone)
+            return kCantOpenText;
+        std::ifstream in(path, std::ios::binary);
+        char text[2049] = {};
+        if (!in.read(text, 2048))
+            return kCantOpenText;
+        ImageHeader header;
+        header.ParseText(text);
+        if (header.width <= 0 || header.height <= 0)
+            return kCantOpenText;
+        facts->width = header.width;
+        facts->height = header.height;
+        facts->isColor = false; // SBIG files hold one plane
+        return {};
+    }
+    // The rest: the reader is the only way to the size.
     Image image;
     if (!image.ReadFile(path, fs::path(path).extension().string()))
         return "Can't Open ";

@@ -8,6 +8,7 @@
 
 #include "TestSupport.h"
 #include "engine/Image.h"
+#include "engine/ImageHeader.h"
 #include "fileio/FileDispatch.h"
 #include "imagesets/FileOperation.h"
 
@@ -147,6 +148,36 @@ TEST(FileOperation, CheckFilesAppliesSizeColourAndNameRules) {
     EXPECT_TRUE(CheckFiles("RESIZE", kSetEither, {dir.file("a.fit"), dir.file("b.fits")}, &usable,
                            &rejected));
     EXPECT_FALSE(CheckFiles("RESIZE", kSetEither, {}, &usable, &rejected));
+}
+
+TEST(FileOperation, CheckFilesReadsTheSbigSizeFromItsHeader) {
+    test::ScratchDir dir;
+    auto sbig = [&](const std::string& name, int w, int h) {
+        Image img;
+        test::MakeImage(img, w, h, ColorGray, [](int, int x, int y) { return 100.0f * x + y; });
+        img.fileType = KindSBIG;
+        auto header = std::make_shared<ImageHeader>();
+        header->imageType = "ST-7 Image";
+        header->satLevel = 65535;
+        img.header = header;
+        const std::string path = dir.file(name);
+        EXPECT_TRUE(img.WriteFile(path, KindSBIG));
+        return path;
+    };
+    const std::string a = sbig("a.st7", 12, 9), b = sbig("b.st7", 12, 9), c = sbig("c.st7", 10, 9);
+    const std::string bad = dir.file("bad.st7");
+    std::ofstream(bad) << "not an SBIG header";
+    CImageFileList usable;
+    std::vector<std::string> rejected;
+    std::vector<CheckedFile> details;
+    EXPECT_FALSE(CheckFiles("COMBINE", kSetEither, {a, b, c, bad}, &usable, &rejected, &details));
+    ASSERT_EQ(usable.size(), 2u);
+    EXPECT_EQ(usable[0].width, 12);
+    EXPECT_EQ(usable[0].height, 9);
+    EXPECT_EQ(usable[0].isColor, 0);
+    ASSERT_EQ(details.size(), 4u);
+    EXPECT_EQ(details[2].text, "c.st7 is 10 x 9, the list is 12 x 9");
+    EXPECT_EQ(details[3].text, "Can't Open: bad.st7");
 }
 
 TEST(FileOperation, RefusedFilesQuestionNamesTheOperation) {
