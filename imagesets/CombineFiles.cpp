@@ -80,7 +80,10 @@ std::vector<double> GradeWeights(const std::vector<std::string>& paths,
         gradeSum += i < listGrades.size() ? listGrades[i] : 1.0;
     std::vector<double> weights(paths.size(), 0.0);
     for (std::size_t i = 0; i < paths.size(); ++i) {
-        const std::string name = fs::path(paths[i]).filename().string();
+        // Grade Files writes "AGA_Average..."; the mark is found whatever its case.
+        std::string name = fs::path(paths[i]).filename().string();
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
         int letter = -1;
         for (int l = 0; l < 5 && letter < 0; ++l)
             for (const char* kind : kKinds) {

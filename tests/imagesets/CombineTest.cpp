@@ -511,6 +511,11 @@ TEST(CombineGrades, WeightsFromNamesOrListGrades) {
     EXPECT_DOUBLE_EQ(w[3], 1.0 / 6.0);
     const std::vector<double> even = GradeWeights({"a.fit", "b.fit"}, {});
     EXPECT_DOUBLE_EQ(even[0], 0.5);
+    // The names Grade Files writes ("AG" + grade + "_Average" + score + "_" + name).
+    const std::vector<double> graded = GradeWeights(
+        {"/x/AGB_Average0875_m1.fit", "/x/AGD_Blue0412_m2.fit"}, {}, {100, 80, 60, 40, 0});
+    EXPECT_DOUBLE_EQ(graded[0], 0.8);
+    EXPECT_DOUBLE_EQ(graded[1], 0.4);
 }
 
 TEST(CombineFilesRun, WritesTheResultWithItsRecord) {
