@@ -160,7 +160,6 @@ int RunCalibrate(const std::vector<std::string>& argv) {
     const bool json = args.Has("--json");
     CliProgress progress(args.Has("--quiet") || json);
     CancelOnInterrupt(&progress);
-    FileOpBusy busy(FileOpKind::Calibrate);
     const CalibrateResult result = CalibrateFiles(request, &progress, json ? nullptr : &notify);
     progress.Finish();
     CancelOnInterrupt(nullptr);

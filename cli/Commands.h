@@ -27,5 +27,8 @@ int RunCombine(const std::vector<std::string>& args);
 int RunNormalize(const std::vector<std::string>& args);
 int RunResize(const std::vector<std::string>& args);
 int RunCrop(const std::vector<std::string>& args);
+int RunStars(const std::vector<std::string>& args);
+int RunGrade(const std::vector<std::string>& args);
+int RunAlign(const std::vector<std::string>& args);
 
 } // namespace astrivelle::cli

@@ -29,6 +29,10 @@ const std::vector<Command>& AllCommands() {
         {"resize", "resize images by a factor, to a size, or to the set's largest or smallest",
          RunResize},
         {"crop", "cut a box about a point or each image's brightness centroid", RunCrop},
+        {"stars", "find the stars of an image and print their measures", RunStars},
+        {"grade", "grade a set of images by edge sharpness or star shape and copy the best",
+         RunGrade},
+        {"align", "align a set of images onto a reference image by their stars", RunAlign},
     };
     return commands;
 }

@@ -24,6 +24,8 @@ struct ImageHeader;         // the SBIG file attribute record, owned by the SBIG
 struct TiffInfo;            // the TIFF tags carried from a read to the next write (fileio/Tiff.h)
 enum class BlendStep : int; // blend only, blend through the mask, show the mask (engine/Blend.h)
 class CCustomPSF;           // a user's point spread function (operators/Restoration.h)
+struct CStarDescriptorStructure; // a star described by its distances (align/StarMatch.h)
+struct CStarMatchStructure;      // a matched reference and current star (align/StarMatch.h)
 
 /// Format of the file an image came from or goes to.
 enum ImageFileKind : std::int32_t {
@@ -436,6 +438,17 @@ public:
     // ---- stars: the star window, detection and measures (align/Star*.cpp) ---------------
     // The star window is its own state (starNbhd), apart from the general neighbourhood
     // above; one Image object serves one search at a time.
+    /// The star window: radius, side 2r + 1, count side * side, its 0-based centre, the last
+    /// mean taken of it and its count + 1 floats, released and allocated anew at every load.
+    struct StarNbhd {
+        std::int32_t nbhdHalf = 0;
+        std::int32_t nbhdSide = 1;
+        std::int32_t nbhdCount = 1;
+        std::int32_t nbhdCentreX = 0, nbhdCentreY = 0;
+        mutable double nbhdMean = 0;
+        std::unique_ptr<float[]> buffer;
+    };
+    StarNbhd starNbhd;
     /// Fills the star window of radius r around the 0-based (x, y): a copy of `channel`, or
     /// with nullptr the luminance of the three current colour planes. Outside pixels are -1.0.
     void LoadNbhd(const float* channel, int x, int y, int r);
@@ -458,6 +471,15 @@ public:
     void FindStarsBounded(IProgress* progress, const std::string& callerTag, const float* channel,
                           CStarShapeStructure* outArray, int capacity, int* outCandidates,
                           int* outAccepted, bool wantFwhm, bool wantHfd);
+
+    // ---- Grade Files (imagesets/GradeFiles.cpp) ----------------------------------------------
+    /// The edge energy of a plane: the sum of Gx^2 + Gy^2 with the 3 x 3 kernels `kernelX`
+    /// and `kernelY` (row order) over the pixels at or above `threshold`, divided by the
+    /// pixel count; a border pixel leaves out the terms it lacks. With `wholeImage` false only
+    /// the square of `radius` about (cx, cy) is summed. Rows run in parallel. False for a
+    /// missing plane.
+    bool EdgeEnergy(const float* channel, double* out, double threshold, int cx, int cy, int radius,
+                    const double* kernelX, const double* kernelY, bool wholeImage) const;
 
     // ---- geometric transforms (operators/geometry/) ----------------------------------------
     /// Row y to row height-1-y ("V"). With `inPlace` `dst` alone is used.
@@ -486,6 +508,99 @@ public:
                      double ref1x, double ref1y, double ref2x, double ref2y, double cur1x,
                      double cur1y, double cur2x, double cur2y, double* outRotation,
                      double* outShiftX, double* outShiftY);
+    /// The output of a rotation by `angle` (degrees, or radians with `radians`; clockwise on
+    /// the screen with `clockwise`) about (aboutX, aboutY): without `addBorder` this image's
+    /// size and no offset; with it the size that holds the four rotated corners (pixel edges,
+    /// half a pixel outside the centres), and the offset that centres them in it.
+    void RotatedExtent(double aboutX, double aboutY, double angle, bool clockwise, bool radians,
+                       bool addBorder, int* outWidth, int* outHeight, double* outOffsetX,
+                       double* outOffsetY) const;
+    /// Rotates `src` (this image's size; it may be `prev` or `cur`) into the slot pair:
+    /// without `addBorder` into `cur`, with it into new planes of the RotatedExtent size (both
+    /// `cur` and `prev` then hold the result). Positions outside take `border`; interpolation
+    /// 1 nearest, 2 bilinear, 3 cubic B-spline. `commit` (last slot) stores the new size.
+    /// False, with "System Out Of Memory For Rotate Function." in `text`, when planes fail.
+    bool Rotate(const float* src, float*& cur, float*& prev, double aboutX, double aboutY,
+                double angle, bool clockwise, bool radians, float border, int interpolation,
+                bool addBorder, bool commit, std::string* text = nullptr);
+
+    // ---- point correlation (align/) ------------------------------------------------------
+    // Templates and windows read one channel: the colour type's plane of a monochrome image;
+    // of an RGB image the luminance (the largest of the three), or with `luminanceMode` the
+    // first plane, which then holds the luminance already.
+    /// Cuts the (2r+1)^2 block around the 0-based (x, y) into `out` (row order, -1.0 for a
+    /// pixel outside) and its norm, the square root of the sum of squares of the pixels inside.
+    void CorrelationTemplate(int radius, int x, int y, bool luminanceMode, std::vector<float>* out,
+                             double* outNorm) const;
+    /// Normalized correlation of `tmpl` ((2r+1)^2 values, norm `templateNorm`) over the offsets
+    /// -r..r of a window of radius 2r around (x, y). Off the edge (2r+1 >= x, x >= width -
+    /// (2r+1), or the same for y) `outOffEdge` is set and the results are 0; otherwise
+    /// (outX, outY) is (x + dx, y + dy) of the largest value, the first in row order among
+    /// equals, and `outBest` that value.
+    void CorrelateAt(int radius, const float* tmpl, double templateNorm, int x, int y, int* outX,
+                     int* outY, bool* outOffEdge, double* outBest, bool luminanceMode) const;
+    /// Follows a point into this (current) image from its last known position (*inOutX,
+    /// *inOutY, truncated): the start, then the ring of eight at r, then the outer ring of the
+    /// 5 by 5 grid, until a best value reaches `minimum`. A sub-pixel step below 1 refines the
+    /// accepted position; *inOutMaxShift grows to the distance from (refX, refY). False with
+    /// "Images Not Correlated." or the "tracked too close" text in `outError`.
+    bool CorrelateSearch(int radius, const float* tmpl, double templateNorm, double refX,
+                         double refY, double minimum, double subPixelStep, double* inOutX,
+                         double* inOutY, double* inOutMaxShift, std::string* outError,
+                         bool luminanceMode = false) const;
+    /// Refines the integer position (x, y) to the offset (a multiple of `step`, |offset| < 1)
+    /// at which the block, shifted by Translate, best correlates with the template without
+    /// its outer ring. False when the block is too small or lies outside.
+    bool SubPixelRefine(int radius, const float* tmpl, double step, int x, int y, double* outX,
+                        double* outY, bool luminanceMode = false) const;
+    /// (operators/geometry/AlignProjective4.cpp) Resamples as AlignAffine3 does, through the
+    /// projective map that takes the four current points onto the four reference points (each
+    /// quadrilateral through the unit square). With `sizeOnly` nothing is drawn and the
+    /// truncated extremes of the mapped image corners are returned. False with the reason in
+    /// `error` when a quadrilateral is degenerate or the map has no inverse.
+    bool AlignProjective4(Image* out, int w, int h, const float* c0, const float* c1,
+                          const float* c2, const double refX[4], const double refY[4],
+                          const double curX[4], const double curY[4], bool sizeOnly, int* outMinX,
+                          int* outMaxX, int* outMinY, int* outMaxY, std::string* error = nullptr);
+
+    // ---- planet alignment (align/) ---------------------------------------------------------
+    /// The sky level B of a plane: over four bands 10 pixels wide lying 5 pixels inside the
+    /// border the mean m, maximum M and rms deviation s; M limited to m + 3s. 0 when the image
+    /// is too small for the bands. The optional outputs take m, the unlimited M and s.
+    double DiskSkyLevel(const float* plane, double* outMean = nullptr, double* outMax = nullptr,
+                        double* outRms = nullptr) const;
+    /// The centre of brightness of a disk over x in 5..width-6, y in 5..height-6, with weights
+    /// pixel - B (B the sky level with `subtractSky`, else 0; 10000 or more counts as
+    /// maxValue; limited to 0..maxValue). Truncated without `subtractSky`. False when the
+    /// weights sum to 0 (no centroid).
+    bool DiskCentroid(const float* plane, bool subtractSky, double* outX, double* outY) const;
+    /// Shifts the three planes of a colour image by one amount so that the centroid of their
+    /// luminance falls on the target: the frame's centre with `centreInFrame`, else the pair
+    /// ioTarget, which a first call (both -1) sets to its own centroid. An image without a
+    /// centroid is passed on unshifted. The optional outputs take the centroid found.
+    bool CenterOnDisk(bool inPlace, const float* srcR, float* dstR, const float* srcG, float* dstG,
+                      const float* srcB, float* dstB, bool subtractSky, bool centreInFrame,
+                      double* ioTargetX, double* ioTargetY, double* outCentroidX = nullptr,
+                      double* outCentroidY = nullptr);
+    /// The same for one channel.
+    bool CenterOnDiskMono(bool inPlace, const float* src, float* dst, bool subtractSky,
+                          bool centreInFrame, double* ioTargetX, double* ioTargetY,
+                          double* outCentroidX = nullptr, double* outCentroidY = nullptr);
+
+    // ---- star matching (align/) -----------------------------------------------------------
+    /// One descriptor per star in list order: the truncated position and, for every star of
+    /// the list at a distance above 0, its truncated position and the distance (a float), at
+    /// most list length - 1 (and 5000) entries.
+    void BuildStarDescriptors(const CStarShapeList& starList,
+                              std::vector<CStarDescriptorStructure>* outDescriptors) const;
+    /// For each reference descriptor the current descriptor with the best ratio (agreeing
+    /// distances within 2.0 over the current count, a count of 0 counting as 1; ties to the
+    /// later one); a best ratio above 0.5 makes a match. False when `progress` reports cancel
+    /// (polled once per reference descriptor).
+    bool MatchStarDescriptors(IProgress* progress, const std::string& callerTag,
+                              const std::vector<CStarDescriptorStructure>& referenceDescriptors,
+                              const std::vector<CStarDescriptorStructure>& currentDescriptors,
+                              std::vector<CStarMatchStructure>* outMatches);
 
     // ---- Image sets (imagesets/) ----------------------------------------------------------
     /// Normalizes one plane, rows in parallel. With `byMeanStd`: out = (in - a) * d / b + c

@@ -25,6 +25,9 @@ struct HistogramStretchParams;    // operators/Curves.h
 struct DigitalDevelopmentParams;  // operators/Stretch.h
 struct ArcSinHParams;             // operators/Stretch.h
 struct GeneralStretchParams;      // operators/Stretch.h
+struct TranslateParams;           // operators/Geometry.h
+struct RotateParams;              // operators/Geometry.h
+struct ScaleStepParams;           // operators/Geometry.h
 
 /// Where a step's state goes before the next different operator changes it. The history
 /// subsystem provides the real one (step files next to the image); without one no step file
@@ -267,6 +270,26 @@ public:
     /// A window above the type's limit is set to it (its text shown); a window not smaller
     /// than the image refuses with its text. `progress` may be null.
     bool Smoothing(const struct SmoothingParams& params, IProgress* progress);
+
+    // ---- Star readout under the mouse (align/StarReadout.cpp) ------------------------------
+    /// Measures the star at the 0-based mouse position (x, y) with FWHM and HFD, `forceAccept`
+    /// passed on: on an RGB image the luminance into out[0] and red, green, blue into out[1],
+    /// out[2], out[3]; on a monochrome image its one channel into out[0]. Only the first
+    /// `outCount` (at most 4) records are touched: each is cleared, then filled (valid 1) when
+    /// its star was accepted. False, touching nothing, unless y > 15, y < height - 15,
+    /// x >= 16 and x < width - 15.
+    bool CalculateNbhdHFD(int x, int y, bool forceAccept, CStarShapeStructure* out, int outCount);
+
+    // ---- Geometric transforms operator functions (operators/geometry/) --------------------
+    // The sheet's checks come first, each refusal shown with its text ("No image is availble.",
+    // "Please enter a positive real number.", ...). The mirrors, Scale and a Rotate with Add
+    // Border are a new history step at every application (a repeat would otherwise start from
+    // an input of another size, or undo the flip); their result is final at once.
+    bool MirrorVertical();
+    bool MirrorHorizontal();
+    bool Translate(const TranslateParams& params);
+    bool Rotate(const RotateParams& params);
+    bool Scale(const ScaleStepParams& params);
 
 private:
     INotify* notify_;

@@ -63,11 +63,8 @@ CalibrateResult CalibrateFiles(const CalibrateRequest& request, IProgress* progr
     FileOpBusy busy(FileOpKind::Calibrate);
     if (!busy.Acquired())
         return stop(kCalibrateInProgressText);
-    for (int k = 0; k < static_cast<int>(FileOpKind::Count_); ++k) {
-        const auto other = static_cast<FileOpKind>(k);
-        if (other != FileOpKind::Calibrate && other != FileOpKind::Automatic && IsFileOpBusy(other))
-            return stop(BusyText(other));
-    }
+    if (const std::string other = OtherFileOpBusyText(FileOpKind::Calibrate); !other.empty())
+        return stop(other);
     // The request is copied at the start: the setup may change while the worker runs.
     const CalibrationSetup setup = request.setup;
     std::string text;

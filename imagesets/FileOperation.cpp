@@ -393,6 +393,15 @@ bool IsFileOpBusy(FileOpKind kind) {
     return busyFlags[static_cast<int>(kind)].load();
 }
 
+std::string OtherFileOpBusyText(FileOpKind kind) {
+    for (int k = 0; k < static_cast<int>(FileOpKind::Count_); ++k) {
+        const auto other = static_cast<FileOpKind>(k);
+        if (other != kind && other != FileOpKind::Automatic && IsFileOpBusy(other))
+            return BusyText(other);
+    }
+    return {};
+}
+
 // ---- the worker loop ------------------------------------------------------------------------
 
 bool WriteFileOpOutput(Image& image, const std::string& outDir, const std::string& prefix,

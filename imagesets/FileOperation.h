@@ -215,6 +215,10 @@ private:
 /// True while an operation of `kind` runs.
 bool IsFileOpBusy(FileOpKind kind);
 
+/// The busy text of the first operation other than `kind` (and the automatic process, whose
+/// steps run inside it) that runs now; empty when none does. Calibration waits for all.
+std::string OtherFileOpBusyText(FileOpKind kind);
+
 // ---- the worker loop ------------------------------------------------------------------------
 
 /// Five fixed progress phases per file: SetProgress(phase, kFileOpPhases).

@@ -5,6 +5,7 @@
 #include "engine/OperatorNames.h"
 #include "operators/Curves.h"
 #include "operators/Filters.h"
+#include "operators/Geometry.h"
 #include "operators/Masks.h"
 #include "operators/Restoration.h"
 #include "operators/Stretch.h"
@@ -29,6 +30,11 @@ std::vector<OperatorDescriptor> BuiltOperators() {
         DigitalDevelopmentDescriptor(),
         ArcSinHDescriptor(),
         GeneralStretchDescriptor(),
+        MirrorVerticalDescriptor(),
+        MirrorHorizontalDescriptor(),
+        TranslateDescriptor(),
+        ScaleDescriptor(),
+        RotateDescriptor(),
     };
 }
 

@@ -1,0 +1,656 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file Grade Files: the edge energy of a plane, the sharpness grades, the star-shape
+/// selection, the graded copies and the reports.
+#include "imagesets/GradeFiles.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "engine/Image.h"
+#include "engine/PageAlloc.h"
+#include "engine/Parallel.h"
+#include "engine/ParamText.h"
+
+namespace astrivelle {
+
+namespace fs = std::filesystem;
+
+// ---- the edge energy ------------------------------------------------------------------------
+
+bool Image::EdgeEnergy(const float* channel, double* out, double threshold, int cx, int cy,
+                       int radius, const double* kernelX, const double* kernelY,
+                       bool wholeImage) const {
+    if (!channel || !out || !kernelX || !kernelY || width <= 0 || height <= 0)
+        return false;
+    const int w = width, h = height;
+    int xa = 0, xb = w - 1, ya = 0, yb = h - 1;
+    if (!wholeImage) {
+        xa = std::max(cx - radius, 0);
+        xb = std::min(cx + radius, w - 1);
+        ya = std::max(cy - radius, 0);
+        yb = std::min(cy + radius, h - 1);
+    }
+    if (xa > xb || ya > yb) {
+        *out = 0.0;
+        return true;
+    }
+    // Fixed chunks of rows, each with its own partial sum, added in order at the end so that
+    // the total does not depend on how the chunks were scheduled.
+    constexpr int kChunkRows = 32;
+    const int rows = yb - ya + 1;
+    const int chunks = (rows + kChunkRows - 1) / kChunkRows;
+    std::vector<double> partial(static_cast<std::size_t>(chunks), 0.0);
+    ParallelRows(chunks, [&](int c0, int c1) {
+        for (int c = c0; c < c1; ++c) {
+            double sum = 0.0;
+            const int y0 = ya + c * kChunkRows, y1 = std::min(y0 + kChunkRows - 1, yb);
+            for (int y = y0; y <= y1; ++y) {
+                const float* row = channel + static_cast<std::size_t>(y) * w;
+                const bool innerRow = y > 0 && y < h - 1;
+                for (int x = xa; x <= xb; ++x) {
+                    if (!(row[x] >= threshold))
+                        continue;
+                    double gx = 0.0, gy = 0.0;
+                    if (innerRow && x > 0 && x < w - 1) {
+                        for (int j = 0; j < 3; ++j) {
+                            const float* r = row + static_cast<std::ptrdiff_t>(j - 1) * w + x - 1;
+                            gx += kernelX[j * 3] * r[0] + kernelX[j * 3 + 1] * r[1] +
+                                  kernelX[j * 3 + 2] * r[2];
+                            gy += kernelY[j * 3] * r[0] + kernelY[j * 3 + 1] * r[1] +
+                                  kernelY[j * 3 + 2] * r[2];
+                        }
+                    } else {
+                        // A border pixel leaves out the terms it has no neighbour for.
+                        for (int j = 0; j < 3; ++j) {
+                            const int yy = y + j - 1;
+                            if (yy < 0 || yy >= h)
+                                continue;
+                            for (int i = 0; i < 3; ++i) {
+                                const int xx = x + i - 1;
+                                if (xx < 0 || xx >= w)
+                                    continue;
+                                const double v = channel[static_cast<std::size_t>(yy) * w + xx];
+                                gx += kernelX[j * 3 + i] * v;
+                                gy += kernelY[j * 3 + i] * v;
+                            }
+                        }
+                    }
+                    sum += gx * gx + gy * gy;
+                }
+            }
+            partial[static_cast<std::size_t>(c)] = sum;
+        }
+    });
+    double total = 0.0;
+    for (double p : partial)
+        total += p;
+    *out = total / static_cast<double>(pixelCount ? pixelCount : 1);
+    return true;
+}
+
+namespace {
+
+/// The grading kernels, row order.
+constexpr double kKernelX[9] = {-0.25, 0, 0.25, -1, 0, 1, -0.25, 0, 0.25};
+constexpr double kKernelY[9] = {0.25, 1, 0.25, 0, 0, 0, -0.25, -1, -0.25};
+
+std::string NoPoint(std::string text, const char* with) {
+    const auto dot = text.find('.');
+    if (dot != std::string::npos)
+        text.replace(dot, 1, with);
+    return text;
+}
+
+GradeStats StatsOf(const std::vector<double>& values) {
+    GradeStats s;
+    if (values.empty())
+        return s;
+    s.min = *std::min_element(values.begin(), values.end());
+    s.max = *std::max_element(values.begin(), values.end());
+    double sum = 0.0;
+    for (double v : values)
+        sum += v;
+    s.avg = sum / values.size();
+    if (values.size() > 1) {
+        double sq = 0.0;
+        for (double v : values)
+            sq += (v - s.avg) * (v - s.avg);
+        s.stdDev = std::sqrt(sq / (values.size() - 1));
+    }
+    return s;
+}
+
+/// Copies `source` to outDir / name through a temporary name and a rename; never over an
+/// input. The copy's attributes are set to normal.
+bool CopyGraded(const std::string& source, const std::string& outDir, const std::string& name,
+                const std::vector<std::string>& inputs, std::string* outPath, std::string* why) {
+    const fs::path target = fs::path(outDir) / name;
+    *outPath = target.string();
+    std::error_code ec;
+    for (const std::string& in : inputs)
+        if (fs::exists(target, ec) && fs::equivalent(in, target, ec)) {
+            *why = "the copy would replace an input";
+            return false;
+        }
+    fs::path temp = target;
+    temp += ".grading~";
+    fs::remove(temp, ec);
+    if (!fs::copy_file(source, temp, fs::copy_options::overwrite_existing, ec)) {
+        *why = ec.message();
+        fs::remove(temp, ec);
+        return false;
+    }
+    fs::permissions(temp,
+                    fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read |
+                        fs::perms::others_read,
+                    ec);
+    fs::rename(temp, target, ec);
+    if (ec) {
+        *why = ec.message();
+        std::error_code ignore;
+        fs::remove(temp, ignore);
+        return false;
+    }
+    return true;
+}
+
+/// The common state of one run: the result, the failures and their reporting.
+struct Run {
+    GradeResult result;
+    IProgress* progress;
+    INotify* notify;
+    IFileOpOwner* owner;
+
+    Run(IProgress* p, INotify* n) : progress(p), notify(n), owner(dynamic_cast<IFileOpOwner*>(p)) {
+        result.step = "Error";
+    }
+    void Status(const std::string& text) {
+        if (progress)
+            progress->SetStatus(text);
+    }
+    void Phase(long phase) {
+        if (progress)
+            progress->SetProgress(phase, kFileOpPhases);
+    }
+    void Counter(long current, long total) {
+        if (owner)
+            owner->SetCounter(current, total);
+    }
+    bool Cancelled() {
+        if (!progress || !progress->Cancelled())
+            return false;
+        result.run.end = FileOpEnd::Cancelled;
+        result.run.status = kThreadCanceledText;
+        Status(kThreadCanceledText);
+        return true;
+    }
+    void Fail(const std::string& path, const std::string& text, const std::string& detail = {}) {
+        FileOpFailure f{path, text, detail};
+        if (notify)
+            notify->Message(detail.empty() ? text : text + "\n" + detail);
+        result.run.failures.push_back(std::move(f));
+    }
+    GradeResult Stop(const std::string& text) {
+        result.run.end = FileOpEnd::Stopped;
+        result.run.status = text;
+        Fail({}, text);
+        Status(text);
+        return result;
+    }
+    /// The end of a run that went through its files.
+    GradeResult Finish() {
+        FileOpResult& run = result.run;
+        if (run.end != FileOpEnd::Cancelled) {
+            if (run.outputs.empty()) {
+                run.end = FileOpEnd::Stopped;
+                run.status = kGradeNoneText;
+            } else {
+                run.end =
+                    run.failures.empty() ? FileOpEnd::Completed : FileOpEnd::CompletedWithFailures;
+                run.status = kGradeDoneText;
+            }
+            Status(run.status);
+        }
+        result.step = run.outputs.empty() ? "Error" : "Completed";
+        if (!run.outputs.empty()) {
+            CFileOpList list;
+            list.operation = kGradeOperationName;
+            list.kind = OutputListKind::Graded;
+            for (std::size_t i = 0; i < run.outputs.size(); ++i) {
+                CImageFileInfo info;
+                info.path = run.outputs[i];
+                info.listIndex = static_cast<std::int32_t>(i);
+                list.files.push_back(info);
+            }
+            FileOpLists().Set(list);
+        }
+        return result;
+    }
+    /// Copies one graded file; false (with the failure noted) when it could not be.
+    void Copy(const std::string& source, const std::string& outDir, const std::string& name,
+              const std::vector<std::string>& inputs) {
+        Phase(PhaseWrite);
+        std::string out, why;
+        if (!CopyGraded(source, outDir, name, inputs, &out, &why)) {
+            Fail(source, kGradeSaveErrorText + fs::path(source).filename().string(), why);
+            return;
+        }
+        result.run.inputs.push_back(source);
+        result.run.outputs.push_back(out);
+        Phase(PhaseDone);
+    }
+};
+
+/// Reads one file of the run; false (with the failure noted) when it can't be.
+bool ReadOne(Run& run, Image& image, const std::string& path) {
+    run.Phase(PhaseRead);
+    if (!image.ReadFile(path, fs::path(path).extension().string())) {
+        run.Fail(path, kGradeReadErrorText + fs::path(path).filename().string());
+        return false;
+    }
+    run.Phase(PhaseProcess);
+    return true;
+}
+
+template <class Entry> void NameEntry(Entry& e, const std::string& path) {
+    const fs::path p(path);
+    e.path = path;
+    e.folder = p.parent_path().string();
+    e.name = p.stem().string();
+    e.extension = p.extension().string();
+}
+
+// ---- sharpness ------------------------------------------------------------------------------
+
+GradeResult GradeSharpness(Run& run, const GradeRequest& request,
+                           const std::vector<std::string>& inputs) {
+    GradeResult& result = run.result;
+    const auto& lim = request.intervals;
+    if (!(lim[0] > lim[1] && lim[1] > lim[2] && lim[2] > lim[3]))
+        return run.Stop(kGradeIntervalsText);
+    run.Status(kGradeFocusText);
+    const long total = static_cast<long>(inputs.size());
+    double largest = 0.0, largestChannel[3] = {0, 0, 0};
+    for (long n = 0; n < total; ++n) {
+        if (run.Cancelled())
+            return result;
+        run.Counter(n + 1, total);
+        const std::string& path = inputs[n];
+        Image image;
+        if (!ReadOne(run, image, path))
+            continue;
+        SharpnessGrade e;
+        NameEntry(e, path);
+        if (!EdgeSharpness(image, &e.red, &e.green, &e.blue, &e.mean)) {
+            run.Fail(path, kGradeReadErrorText + fs::path(path).filename().string());
+            continue;
+        }
+        run.Phase(PhaseProcessed);
+        e.index = static_cast<int>(result.sharpness.size());
+        largest = std::max(largest, e.mean);
+        largestChannel[0] = std::max(largestChannel[0], e.red);
+        largestChannel[1] = std::max(largestChannel[1], e.green);
+        largestChannel[2] = std::max(largestChannel[2], e.blue);
+        result.sharpness.push_back(e);
+        ++result.filesRead;
+    }
+    if (result.sharpness.empty())
+        return run.Finish();
+
+    // Scores: the focus channel's value over the set's largest, so the best scores 1.
+    std::vector<double> scores;
+    for (SharpnessGrade& e : result.sharpness) {
+        double value = e.mean, top = largest;
+        switch (request.focus) {
+        case FocusChannel::Red:
+            value = e.red, top = largestChannel[0];
+            break;
+        case FocusChannel::Green:
+            value = e.green, top = largestChannel[1];
+            break;
+        case FocusChannel::Blue:
+            value = e.blue, top = largestChannel[2];
+            break;
+        case FocusChannel::Average:
+            break;
+        }
+        e.score = top > 0.0 ? value / top : 0.0;
+        e.grade = SharpnessGradeLetter(e.score, request.intervals);
+        scores.push_back(e.score);
+    }
+    const GradeStats s = StatsOf(scores);
+    // The deviation is taken of (R + G + B) / 3V around the average score, whatever channel
+    // scores the files: with another focus channel the two do not belong together, as it
+    // always was.
+    double deviation = 0.0;
+    if (scores.size() > 1 && largest > 0.0) {
+        double sq = 0.0;
+        for (const SharpnessGrade& e : result.sharpness) {
+            const double d = (e.red + e.green + e.blue) / (3.0 * largest) - s.avg;
+            sq += d * d;
+        }
+        deviation = std::sqrt(sq / (scores.size() - 1));
+    }
+    result.summary.push_back(
+        FormatText(kGradeSharpnessSummaryFormat, 1.0, s.avg, s.min, deviation));
+
+    run.Status(kGradeSavingSharpnessText);
+    const long count = static_cast<long>(result.sharpness.size());
+    for (long n = 0; n < count; ++n) {
+        if (run.Cancelled())
+            return result;
+        run.Counter(n + 1, count);
+        const SharpnessGrade& e = result.sharpness[n];
+        const int letter = std::string("ABCDF").find(e.grade);
+        if (letter < 0 || !request.useGrades[letter])
+            continue;
+        run.Copy(e.path, request.outputDirectory,
+                 SharpnessGradeFileName(e.grade, request.focus, e.score, e.name + e.extension),
+                 inputs);
+    }
+    return run.Finish();
+}
+
+// ---- star shape -----------------------------------------------------------------------------
+
+GradeResult GradeStarShape(Run& run, const GradeRequest& request,
+                           const std::vector<std::string>& inputs) {
+    GradeResult& result = run.result;
+    const std::string& mode = request.mode;
+    if (mode != kGradeMaxEcc && mode != kGradeAutoEcc && mode != kGradePercentEcc)
+        return run.Stop("Unknown grading mode " + mode);
+    run.Status(kGradeStarDataText);
+    std::vector<CStarShapeStructure> stars(static_cast<std::size_t>(kGradeStarCapacity));
+    const long total = static_cast<long>(inputs.size());
+    for (long n = 0; n < total; ++n) {
+        if (run.Cancelled())
+            return result;
+        run.Counter(n + 1, total);
+        const std::string& path = inputs[n];
+        Image image;
+        if (!ReadOne(run, image, path))
+            continue;
+        ++result.filesRead;
+        // The luminance of a colour image, or the one channel.
+        float* luminance = nullptr;
+        const float* channel = nullptr;
+        if (image.colorType == ColorRGB) {
+            luminance = image.curPlane[0] && image.curPlane[1] && image.curPlane[2]
+                            ? AllocPlane(image.pixelCount)
+                            : nullptr;
+            if (!luminance) {
+                run.Fail(path, kGradeStarShapeUnavailableText);
+                continue;
+            }
+            const int w = image.width;
+            ParallelRows(image.height, [&](int y0, int y1) {
+                for (std::size_t i = static_cast<std::size_t>(y0) * w;
+                     i < static_cast<std::size_t>(y1) * w; ++i)
+                    luminance[i] = static_cast<float>(image.ValueOf(
+                        image.curPlane[0][i], image.curPlane[1][i], image.curPlane[2][i]));
+            });
+            channel = luminance;
+        } else {
+            const int slot = SlotOfColorType(image.colorType);
+            channel = slot >= 0 ? image.curPlane[slot] : nullptr;
+            if (!channel) {
+                run.Fail(path, kGradeStarShapeUnavailableText);
+                continue;
+            }
+        }
+        int candidates = 0, accepted = 0;
+        image.FindStarsBounded(run.progress, request.ownerName, channel, stars.data(),
+                               kGradeStarCapacity, &candidates, &accepted, false, false);
+        PageFree(luminance);
+        run.Phase(PhaseProcessed);
+        if (accepted <= 0)
+            continue; // an image without stars has no shape to grade
+        StarShapeGrade e;
+        NameEntry(e, path);
+        double eSum = 0.0, sSum = 0.0;
+        for (int i = 0; i < accepted; ++i) {
+            const CStarShapeStructure& s = stars[static_cast<std::size_t>(i)];
+            eSum += s.eccentricity;
+            sSum += (s.widthX + s.widthY + s.widthLeftDiagonal + s.widthRightDiagonal) * 0.25;
+        }
+        e.stars = accepted;
+        e.eccentricity = eSum / accepted;
+        e.size = sSum / accepted;
+        result.starShapes.push_back(e);
+    }
+    if (result.starShapes.empty()) {
+        if (result.filesRead == 0)
+            return run.Finish();
+        return run.Stop(kGradeNoStarsText);
+    }
+
+    std::vector<double> es, ss, both;
+    for (const StarShapeGrade& e : result.starShapes) {
+        es.push_back(e.eccentricity);
+        ss.push_back(e.size);
+        both.push_back(e.eccentricity + e.size);
+    }
+    result.eccentricity = StatsOf(es);
+    result.size = StatsOf(ss);
+    result.combined = StatsOf(both);
+    const GradeStats& E = result.eccentricity;
+    const GradeStats& S = result.size;
+    const std::string eccLine = FormatText(kGradeEccentricityFormat, E.min, E.avg, E.max, E.stdDev);
+    const std::string sizeLine = FormatText(kGradeSizeFormat, S.min, S.avg, S.max, S.stdDev);
+
+    // Selection.
+    const int count = static_cast<int>(result.starShapes.size());
+    if (mode == kGradeMaxEcc) {
+        if (E.min > request.limit)
+            return run.Stop(FormatText(kGradeMinEccentricityFormat, E.min, request.limit, E.min,
+                                       E.avg, E.max, E.stdDev));
+        for (StarShapeGrade& e : result.starShapes)
+            e.selected = e.eccentricity <= request.limit;
+    } else if (mode == kGradeAutoEcc) {
+        const double limit = (E.avg + E.stdDev) + (S.avg + S.stdDev);
+        for (StarShapeGrade& e : result.starShapes)
+            e.selected = e.eccentricity + e.size <= limit;
+    } else {
+        std::vector<double> sorted = both;
+        std::sort(sorted.begin(), sorted.end());
+        const int k = static_cast<int>(count * request.limit / 100.0);
+        if (k < 1 || k > count)
+            return run.Stop(kGradePercentRangeText);
+        const double limit = sorted[static_cast<std::size_t>(k - 1)];
+        for (StarShapeGrade& e : result.starShapes)
+            e.selected = e.eccentricity + e.size <= limit;
+    }
+
+    run.Status(kGradeSavingShapeText);
+    int selected = 0;
+    for (int n = 0; n < count; ++n) {
+        if (run.Cancelled())
+            return result;
+        run.Counter(n + 1, count);
+        const StarShapeGrade& e = result.starShapes[static_cast<std::size_t>(n)];
+        if (!e.selected)
+            continue;
+        ++selected;
+        run.Copy(e.path, request.outputDirectory,
+                 StarShapeGradeFileName(e.eccentricity, e.size, e.name + e.extension), inputs);
+    }
+    result.summary.push_back(eccLine + "  -  " + sizeLine);
+    result.summary.push_back(eccLine);
+    result.summary.push_back(sizeLine);
+    result.detail = FormatText(kGradeSelectedFormat, selected, count);
+    return run.Finish();
+}
+
+} // namespace
+
+// ---- names and measures ---------------------------------------------------------------------
+
+const char* FocusWord(FocusChannel channel) {
+    switch (channel) {
+    case FocusChannel::Red:
+        return "Red";
+    case FocusChannel::Green:
+        return "Green";
+    case FocusChannel::Blue:
+        return "Blue";
+    case FocusChannel::Average:
+        break;
+    }
+    return "Average";
+}
+
+bool EdgeSharpness(const Image& image, double* red, double* green, double* blue, double* mean) {
+    double v[3] = {0, 0, 0};
+    if (image.colorType == ColorRGB) {
+        for (int c = 0; c < 3; ++c)
+            if (!image.EdgeEnergy(image.curPlane[c], &v[c], 0.0, image.width / 2, image.height / 2,
+                                  std::min(image.width / 2, image.height / 2) / 2, kKernelX,
+                                  kKernelY, true))
+                return false;
+    } else {
+        const int slot = SlotOfColorType(image.colorType);
+        if (slot < 0 ||
+            !image.EdgeEnergy(image.curPlane[slot], &v[0], 0.0, image.width / 2, image.height / 2,
+                              std::min(image.width / 2, image.height / 2) / 2, kKernelX, kKernelY,
+                              true))
+            return false;
+        v[1] = v[2] = v[0]; // the one value stands for all three
+    }
+    *red = v[0];
+    *green = v[1];
+    *blue = v[2];
+    *mean = (v[0] + v[1] + v[2]) / 3.0;
+    return true;
+}
+
+char SharpnessGradeLetter(double score, const std::array<double, 4>& intervals) {
+    const double a = intervals[0] / 100.0, b = intervals[1] / 100.0, c = intervals[2] / 100.0,
+                 d = intervals[3] / 100.0;
+    if (score >= a)
+        return 'A';
+    if (score >= b)
+        return 'B';
+    if (score >= c)
+        return 'C';
+    if (score >= d)
+        return 'D';
+    return 'F';
+}
+
+std::string SharpnessGradeFileName(char grade, FocusChannel channel, double score,
+                                   const std::string& fileName) {
+    return std::string("AG") + grade + "_" + FocusWord(channel) +
+           NoPoint(FormatText("%2.3f", score), "") + "_" + fileName;
+}
+
+std::string StarShapeGradeFileName(double eccentricity, double size, const std::string& fileName) {
+    return std::string("ASG") + "_" + "ECC" + NoPoint(FormatText("%2.3f", eccentricity), "-") +
+           "Size" + NoPoint(FormatText("%4.3f", size), "-") + "_" + fileName;
+}
+
+// ---- the run --------------------------------------------------------------------------------
+
+GradeResult GradeFiles(const GradeRequest& request, IProgress* progress, INotify* notify) {
+    Run run(progress, notify);
+    run.result.method = request.method;
+    FileOpBusy busy(FileOpKind::Grade);
+    if (!busy.Acquired())
+        return run.Stop(BusyText(FileOpKind::Grade));
+    if (request.files.empty())
+        return run.Stop(kGradeOneImageText);
+    CImageFileList usable;
+    std::vector<std::string> rejected;
+    CheckFiles("GRADE", kSetEither, request.files, &usable, &rejected);
+    if (notify && !ConfirmRejected(*notify, "grade", rejected))
+        return run.Stop(kThreadCanceledText);
+    if (usable.empty())
+        return run.Stop(kGradeOneUsableText);
+    // The output folder must take files.
+    std::error_code ec;
+    fs::create_directories(request.outputDirectory, ec);
+    if (request.outputDirectory.empty() || !fs::is_directory(request.outputDirectory, ec)) {
+        const std::string why = ec ? ec.message() : std::string("not a folder");
+        return run.Stop(
+            FormatText(kGradeOutputDirFormat, request.outputDirectory.c_str(), why.c_str()));
+    }
+    std::vector<std::string> inputs;
+    for (const CImageFileInfo& f : usable)
+        inputs.push_back(f.path);
+    run.result.started = true;
+    GradeResult result = request.method == GradeMethod::Sharpness
+                             ? GradeSharpness(run, request, inputs)
+                             : GradeStarShape(run, request, inputs);
+    if (!request.reportPath.empty() && result.run.end != FileOpEnd::Cancelled &&
+        (!result.sharpness.empty() || !result.starShapes.empty())) {
+        std::string why;
+        if (!WriteGradeReport(request.reportPath, result, &why)) {
+            run.result = result;
+            run.Fail(request.reportPath, "Error writing report " + request.reportPath, why);
+            result = run.result;
+        }
+    }
+    return result;
+}
+
+// ---- reports --------------------------------------------------------------------------------
+
+std::string GradeReportText(const GradeResult& result, bool print) {
+    const char* lineFormat = print ? "%s  -  %s  -  %s  -  %s\n" : "%s\t%s\t%s\t%s\n";
+    const auto num = [](double v) { return FormatText("%4.3f", v); };
+    std::string text;
+    if (result.method == GradeMethod::StarShape) {
+        const auto statsLine = [&](const char* format, const GradeStats& s) {
+            return FormatText(format, num(s.min).c_str(), num(s.avg).c_str(), num(s.max).c_str(),
+                              num(s.stdDev).c_str());
+        };
+        text += std::string(kStarReportTitle) + "\n\n";
+        text += FormatText("Total Files: %s\n\n", std::to_string(result.starShapes.size()).c_str());
+        text += statsLine("       Eccentricity :  Minimum : %s     Average : %s     Maximum : "
+                          "%s     Std. Dev. : %s\n\n",
+                          result.eccentricity);
+        text += statsLine("          Star Size :  Minimum : %s     Average : %s     Maximum : "
+                          "%s     Std. Dev. : %s\n\n",
+                          result.size);
+        text += statsLine("Eccentricity & Size :  Minimum : %s     Average : %s     Maximum : "
+                          "%s     Std. Dev. : %s\n\n",
+                          result.combined);
+        text +=
+            FormatText(lineFormat, "File", "Avg Eccentricity", "Avg Star Size", "Avg Ecc and Size");
+        for (const StarShapeGrade& e : result.starShapes)
+            text +=
+                FormatText(lineFormat, (e.name + e.extension).c_str(), num(e.eccentricity).c_str(),
+                           num(e.size).c_str(), num(e.eccentricity + e.size).c_str());
+        return text;
+    }
+    text += std::string(kSharpnessReportTitle) + "\n\n";
+    text += FormatText("Total Files: %s\n\n", std::to_string(result.sharpness.size()).c_str());
+    for (const std::string& line : result.summary)
+        text += line + "\n\n";
+    text += FormatText(lineFormat, "File", "Grade", "Score", "Average Sharpness");
+    for (const SharpnessGrade& e : result.sharpness)
+        text +=
+            FormatText(lineFormat, (e.name + e.extension).c_str(), std::string(1, e.grade).c_str(),
+                       num(e.score).c_str(), FormatText("%.3f", e.mean).c_str());
+    return text;
+}
+
+bool WriteGradeReport(const std::string& path, const GradeResult& result, std::string* error) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out) {
+        if (error)
+            *error = "Could not open " + path;
+        return false;
+    }
+    out << GradeReportText(result, false);
+    if (!out.flush()) {
+        if (error)
+            *error = "Could not write " + path;
+        return false;
+    }
+    return true;
+}
+
+} // namespace astrivelle
