@@ -31,7 +31,25 @@ $C combine --quiet --method SIGMED --name flat -o masters $DATA/flats/*.fit &&
 $C calibrate --quiet --dark masters/dark.fit --flat masters/flat.fit \
     --flat-dark masters/flatdark.fit -o calibrated $DATA/lights/*.fit'
 
-ASTRIVELLE_REGISTER=""
-ASTRIVELLE_STACK=""
+# Quick Alignment onto the first calibrated light. A colour set is interpolated first
+# (BINT_ frames, one pixel smaller on each side), and its maps are taken back to the
+# mosaic's pixel coordinates: x = x' + 1, y = y' + 1.
+ASTRIVELLE_REGISTER='C=$BUILD/astrivelle-cli
+if [ -n "$BAYER" ]; then
+    $C bayer --quiet --pattern "$BAYER" -o color calibrated/*.fit &&
+    $C align --quiet --method quick --transforms colour-transforms.txt -o registered color/*.fit &&
+    awk "{ printf \"%s %.9g %.9g %.9g %.9g %.9g %.9g\\n\", \$1, \$2, \$3, \$4 + 1 - \$2 - \$3, \$5, \$6, \$7 + 1 - \$5 - \$6 }" colour-transforms.txt >transforms.txt
+else
+    $C align --quiet --method quick --transforms transforms.txt -o registered calibrated/*.fit
+fi'
+
+# The registered frames stacked by sigma-clipped average.
+ASTRIVELLE_STACK='$BUILD/astrivelle-cli combine --quiet --method SIGAVG --name stack -o . registered/*.fit'
+
 ASTRIVELLE_PIPELINE=""
-ASTRIVELLE_DETECT=""
+
+# The stars of the first calibrated light; our centroids are 1-based.
+ASTRIVELLE_DETECT='f=$(ls calibrated/*.fit | LC_ALL=C sort | head -n 1)
+$BUILD/astrivelle-cli stars --json --fwhm "$f" >stars.json &&
+/usr/bin/python3 -c "import json,sys; [print(s[\"x\"] - 1, s[\"y\"] - 1) for s in json.load(open(\"stars.json\"))[\"stars\"]]" >stars.txt'
+

@@ -2,12 +2,14 @@
 /// \file `align`: bring a set of images onto a reference image (Auto Star: descriptor matching
 /// or Quick Alignment).
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 
 #include "cli/BatchOutput.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
+#include "engine/Image.h"
 #include "imagesets/AlignPointFiles.h"
 #include "imagesets/AlignStarFiles.h"
 #include "imagesets/AutoAlignPlanetFiles.h"
@@ -41,6 +43,9 @@ const char* kAlignHelp =
     "  --minimum PCT     tsr: minimum acceptable correlation in percent (default 70)\n"
     "  --mosaic          tsr: one frame large enough for every image\n"
     "  --no-correlate    tsr: align on the points as given, without following them\n"
+    "  --transforms FILE autostar, quick: write \"N m00 m01 m02 m10 m11 m12\" per aligned\n"
+    "                    file (N its place in the list): the map from its 0-based pixel\n"
+    "                    coordinates to the reference's\n"
     "  --save-type KW    SAMEASINPUT (default), COMPFIT, UNCOMPFIT, COMPFIT32, UNCOMPFIT32,\n"
     "                    TIFF16, UNCOMPTIF\n"
     "  --json            print the status, outputs and failures as one JSON object\n"
@@ -139,6 +144,31 @@ int RunAlignTsr(const Arguments& args) {
     });
 }
 
+/// "N m00 m01 m02 m10 m11 m12" per aligned file, N its place in `files`: the map from its
+/// 0-based pixel coordinates to the reference's (the reference itself the identity).
+bool WriteTransforms(const std::string& path, const std::vector<std::string>& files,
+                     const std::string& reference, const AlignStarResult& result) {
+    std::FILE* out = std::fopen(path.c_str(), "w");
+    if (!out)
+        return false;
+    for (std::size_t n = 0; n < files.size(); ++n) {
+        std::array<double, 6> m{1, 0, 0, 0, 1, 0};
+        bool known = files[n] == reference;
+        for (const AlignStarFrame& f : result.frames) {
+            if (f.input != files[n] || known)
+                continue;
+            Image size; // the flip needs the current image's size
+            if (f.flip != "N" && !size.ReadFile(f.input, ExtensionOf(f.input)))
+                continue;
+            known = AlignStarFrameMap(f, size.width, size.height, &m);
+        }
+        if (known)
+            std::fprintf(out, "%zu %.9g %.9g %.9g %.9g %.9g %.9g\n", n, m[0], m[1], m[2], m[3],
+                         m[4], m[5]);
+    }
+    return std::fclose(out) == 0;
+}
+
 } // namespace
 
 int RunAlign(const std::vector<std::string>& argv) {
@@ -146,7 +176,7 @@ int RunAlign(const std::vector<std::string>& argv) {
     std::string error;
     if (!ParseArguments(argv,
                         {"--method", "--reference", "--points", "--save-type", "-o", "--radius",
-                         "--minimum", "--tsr-type"},
+                         "--minimum", "--tsr-type", "--transforms"},
                         {"--help", "--quiet", "--json", "--meridian-flip", "--mirror-flip",
                          "--wide-range", "--small-stars", "--mosaic", "--no-correlate"},
                         &args, &error))
@@ -209,9 +239,18 @@ int RunAlign(const std::vector<std::string>& argv) {
     params.mirrorFlip = args.Has("--mirror-flip");
     params.wideBrightnessRange = args.Has("--wide-range");
     params.shortFLSmallStars = args.Has("--small-stars");
-    return RunAndPrint(args, [&](IProgress* progress, INotify* notify) {
-        return AlignStarFiles(params, progress, notify).run;
+    const std::string transforms = args.Value("--transforms");
+    AlignStarResult result;
+    const int status = RunAndPrint(args, [&](IProgress* progress, INotify* notify) {
+        result = AlignStarFiles(params, progress, notify);
+        return result.run;
     });
+    if (!transforms.empty() &&
+        !WriteTransforms(transforms, args.files, params.referencePath, result)) {
+        PrintFailure("Could not write " + transforms);
+        return ExitFailed;
+    }
+    return status;
 }
 
 } // namespace astrivelle::cli

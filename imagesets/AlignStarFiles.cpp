@@ -704,6 +704,56 @@ int AutoStarQuickThread(const AutoStarParams& params, IProgress* progress, INoti
     return RunThread(params, progress, notify, result, true);
 }
 
+bool AlignStarFrameMap(const AlignStarFrame& frame, int width, int height,
+                       std::array<double, 6>* m) {
+    const auto& r = frame.reference;
+    const auto& c = frame.current;
+    std::array<double, 6> a{};
+    if (frame.affine && r.size() >= 3 && c.size() >= 3) {
+        // Solve [x' y'] = A [x y 1] from the three pairs.
+        const double x1 = c[1][0] - c[0][0], y1 = c[1][1] - c[0][1];
+        const double x2 = c[2][0] - c[0][0], y2 = c[2][1] - c[0][1];
+        const double det = x1 * y2 - x2 * y1;
+        if (det == 0)
+            return false;
+        for (int k = 0; k < 2; ++k) {
+            const double u1 = r[1][k] - r[0][k], u2 = r[2][k] - r[0][k];
+            const double p = (u1 * y2 - u2 * y1) / det, q = (x1 * u2 - x2 * u1) / det;
+            a[3 * k] = p;
+            a[3 * k + 1] = q;
+            a[3 * k + 2] = r[0][k] - p * c[0][0] - q * c[0][1];
+        }
+    } else if (r.size() >= 2 && c.size() >= 2) {
+        const double ax = r[1][0] - r[0][0], ay = r[1][1] - r[0][1];
+        const double bx = c[1][0] - c[0][0], by = c[1][1] - c[0][1];
+        if ((ax == 0 && ay == 0) || (bx == 0 && by == 0))
+            return false;
+        const double turn = std::atan2(ay, ax) - std::atan2(by, bx);
+        const double cs = std::cos(turn), sn = std::sin(turn);
+        a = {cs, -sn, 0, sn, cs, 0};
+        a[2] = r[0][0] - (cs * c[0][0] - sn * c[0][1]);
+        a[5] = r[0][1] - (sn * c[0][0] + cs * c[0][1]);
+    } else {
+        return false;
+    }
+    // The flip came first: x -> w - 1 - x ("H"), y -> h - 1 - y ("V"), both for "VH".
+    const bool h = frame.flip == "H" || frame.flip == "VH";
+    const bool v = frame.flip == "V" || frame.flip == "VH";
+    for (int k = 0; k < 2; ++k) {
+        double* row = &a[3 * k];
+        if (h) {
+            row[2] += row[0] * (width - 1);
+            row[0] = -row[0];
+        }
+        if (v) {
+            row[2] += row[1] * (height - 1);
+            row[1] = -row[1];
+        }
+    }
+    *m = a;
+    return true;
+}
+
 AlignStarResult AlignStarFiles(const AutoStarParams& params, IProgress* progress, INotify* notify) {
     AlignStarResult result;
     result.step = "Error";

@@ -55,7 +55,7 @@ struct AutoStarParams {
     std::string saveType = "SAMEASINPUT";
 };
 
-/// How one current image was aligned: the points that drove the resampling (1-based, in the
+/// How one current image was aligned: the points that drove the resampling (0-based, in the
 /// reference's and in the (flipped) current image's full-size pixels) and the results.
 struct AlignStarFrame {
     std::string input, output;
@@ -78,6 +78,14 @@ struct AlignStarResult {
 /// AutoStarThread by `quickAlignment`. Only one alignment runs at a time (the Align Methods
 /// page's busy flag).
 AlignStarResult AlignStarFiles(const AutoStarParams& params, IProgress* progress, INotify* notify);
+
+/// The map of a frame from the current image's own 0-based pixel coordinates (before any
+/// flip) to the reference's: x' = m[0] x + m[1] y + m[2], y' = m[3] x + m[4] y + m[5]. The
+/// affine of three point pairs, or the rotation and shift of two that bring the first current
+/// point onto the first reference point, after the frame's flip of a `width` x `height`
+/// image. False for point sets that fix no map.
+bool AlignStarFrameMap(const AlignStarFrame& frame, int width, int height,
+                       std::array<double, 6>* m);
 
 /// The two worker entries (after the checks of AlignStarFiles); they return 0.
 int AutoStarThread(const AutoStarParams& params, IProgress* progress, INotify* notify,
