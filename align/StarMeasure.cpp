@@ -10,6 +10,7 @@
 
 #include "align/FluxInCircle.h"
 #include "engine/Image.h"
+#include "engine/Parallel.h"
 
 namespace astrivelle {
 
@@ -256,6 +257,26 @@ bool Image::MeasureStar(bool forceAccept, const float* channel, int x, int y, in
     if (wantHfd)
         s.hfd = StarHfd(*this, channel, r, cx, cy, background);
     return true;
+}
+
+const float* StarChannel(const Image& image, std::vector<float>* scratch) {
+    if (image.colorType != ColorRGB) {
+        const int slot = SlotOfColorType(image.colorType);
+        return slot >= 0 ? image.curPlane[slot] : nullptr;
+    }
+    const float* r = image.curPlane[0];
+    const float* g = image.curPlane[1];
+    const float* b = image.curPlane[2];
+    if (!r || !g || !b)
+        return nullptr;
+    scratch->resize(image.pixelCount);
+    float* out = scratch->data();
+    const std::size_t w = static_cast<std::size_t>(image.width);
+    ParallelRows(image.height, [&](int y0, int y1) {
+        for (std::size_t i = y0 * w; i < y1 * w; ++i)
+            out[i] = static_cast<float>(image.ValueOf(r[i], g[i], b[i]));
+    });
+    return out;
 }
 
 } // namespace astrivelle

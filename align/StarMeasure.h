@@ -3,6 +3,7 @@
 /// counting and the half-flux diameter by the exact flux inside a circle. Both use the star
 /// window of the image they are given.
 #pragma once
+#include <vector>
 
 namespace astrivelle {
 
@@ -22,5 +23,10 @@ double StarFwhm(Image& image, const float* channel, int px, int py, int r, doubl
 /// in steps of 1 from 1, then 0.1, then 0.01. `notify` hears the "Pt < 0" guard.
 double StarHfd(Image& image, const float* channel, int r, double cx, double cy, double background,
                INotify* notify = nullptr);
+
+/// The plane stars are searched on: the one channel of a monochrome image, or for a colour
+/// image the largest of red, green and blue at each pixel, made into `scratch`. Null when the
+/// image has no such plane.
+const float* StarChannel(const Image& image, std::vector<float>* scratch);
 
 } // namespace astrivelle

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "align/StarMeasure.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
 #include "cli/Json.h"
@@ -60,37 +61,16 @@ int RunStars(const std::vector<std::string>& argv) {
         PrintFailure("Error reading " + std::filesystem::path(path).filename().string());
         return ExitFailed;
     }
-    float* luminance = nullptr;
-    const float* channel = nullptr;
-    if (image.colorType == ColorRGB) {
-        luminance = image.curPlane[0] && image.curPlane[1] && image.curPlane[2]
-                        ? AllocPlane(image.pixelCount)
-                        : nullptr;
-        if (!luminance) {
-            PrintFailure("Star shape data not available.");
-            return ExitFailed;
-        }
-        const int w = image.width;
-        ParallelRows(image.height, [&](int y0, int y1) {
-            for (std::size_t i = static_cast<std::size_t>(y0) * w;
-                 i < static_cast<std::size_t>(y1) * w; ++i)
-                luminance[i] = static_cast<float>(image.ValueOf(
-                    image.curPlane[0][i], image.curPlane[1][i], image.curPlane[2][i]));
-        });
-        channel = luminance;
-    } else {
-        const int slot = SlotOfColorType(image.colorType);
-        channel = slot >= 0 ? image.curPlane[slot] : nullptr;
-        if (!channel) {
-            PrintFailure("Star shape data not available.");
-            return ExitFailed;
-        }
+    std::vector<float> luminance; // the search plane of a colour file
+    const float* channel = StarChannel(image, &luminance);
+    if (!channel) {
+        PrintFailure("Star shape data not available.");
+        return ExitFailed;
     }
     CStarShapeList list;
     int candidates = 0, accepted = 0;
     image.FindStars(nullptr, "CStarsCommand", channel, &list, &candidates, &accepted, wantFwhm,
                     wantHfd);
-    PageFree(luminance);
 
     if (args.Has("--json")) {
         std::string out = "{\"file\":" + JsonString(path) +

@@ -823,16 +823,9 @@ AlignPointResult Runner::Run() {
     if (notify_)
         notify_->Beep();
 
-    CFileOpList list;
-    list.operation = kAlignPointOperation;
-    list.kind = OutputListKind::Aligned;
-    for (std::size_t i = 0; i < run.outputs.size(); ++i) {
-        CImageFileInfo info;
-        info.path = run.outputs[i];
-        info.isReference = i == 0 ? 1 : 0;
-        info.listIndex = static_cast<std::int32_t>(i);
-        list.files.push_back(info);
-    }
+    CFileOpList list = OutputListOf(kAlignPointOperation, OutputListKind::Aligned, run.outputs);
+    if (!list.files.empty())
+        list.files.front().isReference = 1; // the reference is written first
     FileOpLists().Set(list);
     return result_;
 }

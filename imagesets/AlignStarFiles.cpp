@@ -660,18 +660,8 @@ void Finish(Run& run) {
     if (r.outputs.empty() && r.end != FileOpEnd::Cancelled)
         r.end = FileOpEnd::Stopped;
     result.step = r.outputs.size() >= 2 && r.end != FileOpEnd::Stopped ? "Completed" : "Error";
-    if (r.outputs.size() >= 2) {
-        CFileOpList list;
-        list.operation = kAlignStarListName;
-        list.kind = OutputListKind::Aligned;
-        for (std::size_t i = 0; i < r.outputs.size(); ++i) {
-            CImageFileInfo info;
-            info.path = r.outputs[i];
-            info.listIndex = static_cast<std::int32_t>(i);
-            list.files.push_back(info);
-        }
-        FileOpLists().Set(list);
-    }
+    if (r.outputs.size() >= 2)
+        FileOpLists().Set(OutputListOf(kAlignStarListName, OutputListKind::Aligned, r.outputs));
     if (run.progress)
         run.progress->SetStatus(r.status);
 }

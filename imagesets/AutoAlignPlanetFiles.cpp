@@ -155,18 +155,9 @@ AutoAlignPlanetResult AutoAlignPlanetFiles(const AutoAlignPlanetRequest& request
     if (progress)
         progress->SetStatus(run.status);
 
-    if (!run.outputs.empty()) {
-        CFileOpList list;
-        list.operation = kAutoAlignPlanetListName;
-        list.kind = OutputListKind::Aligned;
-        for (std::size_t i = 0; i < run.outputs.size(); ++i) {
-            CImageFileInfo info;
-            info.path = run.outputs[i];
-            info.listIndex = static_cast<std::int32_t>(i);
-            list.files.push_back(info);
-        }
-        FileOpLists().Set(list);
-    }
+    if (!run.outputs.empty())
+        FileOpLists().Set(
+            OutputListOf(kAutoAlignPlanetListName, OutputListKind::Aligned, run.outputs));
     if (notify)
         notify->Beep();
     return result;

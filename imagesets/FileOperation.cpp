@@ -330,6 +330,20 @@ void CFileMultiOpList::Clear() {
     lists_.clear();
 }
 
+CFileOpList OutputListOf(const std::string& operation, OutputListKind kind,
+                         const std::vector<std::string>& outputs) {
+    CFileOpList list;
+    list.operation = operation;
+    list.kind = kind;
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        CImageFileInfo info;
+        info.path = outputs[i];
+        info.listIndex = static_cast<std::int32_t>(i);
+        list.files.push_back(info);
+    }
+    return list;
+}
+
 CFileMultiOpList& FileOpLists() {
     static CFileMultiOpList lists;
     return lists;

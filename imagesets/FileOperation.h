@@ -172,6 +172,10 @@ private:
 /// The process-wide output lists.
 CFileMultiOpList& FileOpLists();
 
+/// The list of a run's written `outputs` under an operation name, numbered from 0.
+CFileOpList OutputListOf(const std::string& operation, OutputListKind kind,
+                         const std::vector<std::string>& outputs);
+
 /// "%d Input Files : " / "%d Output Files : " ("0 Output Files : " when empty).
 std::string InputFilesLabel(int count);
 std::string OutputFilesLabel(int count);

@@ -107,17 +107,9 @@ std::string OutputListText(const CFileOpList& list) {
 
 CFileOpList MakeOutputList(const std::string& operation, bool color,
                            const std::vector<std::string>& outputs) {
-    CFileOpList list;
-    list.operation = operation;
-    if (!OutputListKindOf(operation, color, &list.kind))
-        list.kind = OutputListKind::Calibrated;
-    for (std::size_t i = 0; i < outputs.size(); ++i) {
-        CImageFileInfo info;
-        info.path = outputs[i];
-        info.listIndex = static_cast<std::int32_t>(i);
-        list.files.push_back(info);
-    }
-    return list;
+    OutputListKind kind = OutputListKind::Calibrated;
+    OutputListKindOf(operation, color, &kind);
+    return OutputListOf(operation, kind, outputs);
 }
 
 std::vector<std::string> ListPaths(const CFileOpList& list) {

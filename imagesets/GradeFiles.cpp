@@ -9,6 +9,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "align/StarMeasure.h"
 #include "engine/Image.h"
 #include "engine/PageAlloc.h"
 #include "engine/Parallel.h"
@@ -215,18 +216,9 @@ struct Run {
             Status(run.status);
         }
         result.step = run.outputs.empty() ? "Error" : "Completed";
-        if (!run.outputs.empty()) {
-            CFileOpList list;
-            list.operation = kGradeOperationName;
-            list.kind = OutputListKind::Graded;
-            for (std::size_t i = 0; i < run.outputs.size(); ++i) {
-                CImageFileInfo info;
-                info.path = run.outputs[i];
-                info.listIndex = static_cast<std::int32_t>(i);
-                list.files.push_back(info);
-            }
-            FileOpLists().Set(list);
-        }
+        if (!run.outputs.empty())
+            FileOpLists().Set(
+                OutputListOf(kGradeOperationName, OutputListKind::Graded, run.outputs));
         return result;
     }
     /// Copies one graded file; false (with the failure noted) when it could not be.
@@ -364,6 +356,7 @@ GradeResult GradeStarShape(Run& run, const GradeRequest& request,
         return run.Stop("Unknown grading mode " + mode);
     run.Status(kGradeStarDataText);
     std::vector<CStarShapeStructure> stars(static_cast<std::size_t>(kGradeStarCapacity));
+    std::vector<float> luminance; // the search plane of a colour file
     const long total = static_cast<long>(inputs.size());
     for (long n = 0; n < total; ++n) {
         if (run.Cancelled())
@@ -375,36 +368,14 @@ GradeResult GradeStarShape(Run& run, const GradeRequest& request,
             continue;
         ++result.filesRead;
         // The luminance of a colour image, or the one channel.
-        float* luminance = nullptr;
-        const float* channel = nullptr;
-        if (image.colorType == ColorRGB) {
-            luminance = image.curPlane[0] && image.curPlane[1] && image.curPlane[2]
-                            ? AllocPlane(image.pixelCount)
-                            : nullptr;
-            if (!luminance) {
-                run.Fail(path, kGradeStarShapeUnavailableText);
-                continue;
-            }
-            const int w = image.width;
-            ParallelRows(image.height, [&](int y0, int y1) {
-                for (std::size_t i = static_cast<std::size_t>(y0) * w;
-                     i < static_cast<std::size_t>(y1) * w; ++i)
-                    luminance[i] = static_cast<float>(image.ValueOf(
-                        image.curPlane[0][i], image.curPlane[1][i], image.curPlane[2][i]));
-            });
-            channel = luminance;
-        } else {
-            const int slot = SlotOfColorType(image.colorType);
-            channel = slot >= 0 ? image.curPlane[slot] : nullptr;
-            if (!channel) {
-                run.Fail(path, kGradeStarShapeUnavailableText);
-                continue;
-            }
+        const float* channel = StarChannel(image, &luminance);
+        if (!channel) {
+            run.Fail(path, kGradeStarShapeUnavailableText);
+            continue;
         }
         int candidates = 0, accepted = 0;
         image.FindStarsBounded(run.progress, request.ownerName, channel, stars.data(),
                                kGradeStarCapacity, &candidates, &accepted, false, false);
-        PageFree(luminance);
         run.Phase(PhaseProcessed);
         if (accepted <= 0)
             continue; // an image without stars has no shape to grade

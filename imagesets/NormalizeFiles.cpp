@@ -185,18 +185,9 @@ NormalizeResult NormalizeFiles(const NormalizeRequest& request, IProgress* progr
     }
     result.step = run.outputs.empty() ? "Error" : "Completed";
     result.run = std::move(run);
-    if (!result.run.outputs.empty()) {
-        CFileOpList list;
-        list.operation = "Normalize Files";
-        list.kind = OutputListKind::Normalized;
-        for (std::size_t i = 0; i < result.run.outputs.size(); ++i) {
-            CImageFileInfo info;
-            info.path = result.run.outputs[i];
-            info.listIndex = static_cast<std::int32_t>(i);
-            list.files.push_back(info);
-        }
-        FileOpLists().Set(list);
-    }
+    if (!result.run.outputs.empty())
+        FileOpLists().Set(
+            OutputListOf("Normalize Files", OutputListKind::Normalized, result.run.outputs));
     return result;
 }
 

@@ -3,6 +3,7 @@
 /// the taps of one axis at a source position.
 #pragma once
 #include <cmath>
+#include <cstddef>
 
 namespace astrivelle::geometry {
 
@@ -49,6 +50,20 @@ inline bool TapsAt(double pos, int size, int mode, AxisTaps* taps) {
         if (!add(base + m, CubicBSpline(m - f)))
             return false;
     return true;
+}
+
+/// The sample of `plane` (rows of `width`) at the taps of both axes: rows of the y taps, each
+/// the weighted sum of its x taps, summed in doubles.
+inline float SampleTaps(const float* plane, int width, const AxisTaps& tx, const AxisTaps& ty) {
+    double sum = 0.0;
+    for (int j = 0; j < ty.count; ++j) {
+        const float* row = plane + static_cast<std::size_t>(ty.index[j]) * width;
+        double line = 0.0;
+        for (int i = 0; i < tx.count; ++i)
+            line += tx.weight[i] * row[tx.index[i]];
+        sum += ty.weight[j] * line;
+    }
+    return static_cast<float>(sum);
 }
 
 } // namespace astrivelle::geometry

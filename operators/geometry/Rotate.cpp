@@ -116,15 +116,7 @@ bool Image::Rotate(const float* src, float*& cur, float*& prev, double aboutX, d
                     out[x] = border;
                     continue;
                 }
-                double sum = 0.0;
-                for (int j = 0; j < ty.count; ++j) {
-                    const float* row = src + static_cast<std::size_t>(ty.index[j]) * w;
-                    double line = 0.0;
-                    for (int i = 0; i < tx.count; ++i)
-                        line += tx.weight[i] * row[tx.index[i]];
-                    sum += ty.weight[j] * line;
-                }
-                out[x] = static_cast<float>(sum);
+                out[x] = geometry::SampleTaps(src, w, tx, ty);
             }
         }
     });

@@ -136,15 +136,7 @@ bool Image::Translate(bool inPlace, const float* src, float* dst, bool negativeY
                     continue;
                 }
                 const AxisTaps& tx = px.taps[static_cast<std::size_t>(x)];
-                double sum = 0.0;
-                for (int j = 0; j < ty.count; ++j) {
-                    const float* row = in + static_cast<std::size_t>(ty.index[j]) * w;
-                    double line = 0.0;
-                    for (int i = 0; i < tx.count; ++i)
-                        line += tx.weight[i] * row[tx.index[i]];
-                    sum += ty.weight[j] * line;
-                }
-                out[x] = static_cast<float>(sum);
+                out[x] = geometry::SampleTaps(in, w, tx, ty);
             }
         }
     });

@@ -487,8 +487,9 @@ TEST(DigitalDevelopmentChecks, FieldTexts) {
         EXPECT_EQ(CheckDdpField(c.field, c.text, &value, &message, &reset), c.ok) << c.text;
         EXPECT_EQ(message, c.message) << c.text;
         EXPECT_EQ(reset, c.reset) << c.text;
-        if (c.ok)
+        if (c.ok) {
             EXPECT_DOUBLE_EQ(value, std::atof(c.text));
+        }
     }
 }
 

@@ -188,8 +188,9 @@ TEST(Restoration, FastWindowSumGivesThePlainGathersBits) {
             EXPECT_EQ(plain[static_cast<std::size_t>(y) * c.w + x],
                       Conv(p, c.w, c.h, x, y, k, c.r, &nd));
         }
-        if (c.noData > 0)
+        if (c.noData > 0) {
             EXPECT_GT(flagged, 0);
+        }
     }
 }
 
@@ -539,8 +540,9 @@ TEST(Restoration, RunRecordsTheIterationsDoneAndReplaysBitForBit) {
         const std::string& text = w.history[1].parameters;
         ASSERT_GE(text.size(), tail.size());
         EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
-        if (c.stepStop)
+        if (c.stepStop) {
             EXPECT_EQ(asked, c.stepStop);
+        }
 
         Image replayed;
         MakeImage(replayed, 24, 18, c.color ? ColorRGB : ColorGray, [](int s, int x, int y) {
