@@ -4,6 +4,7 @@
 #include "engine/Parallel.h"
 
 #include "shell/ImageView.h"
+#include "shell/StarShapeReadout.h"
 
 #include <QCloseEvent>
 #include <QMouseEvent>
@@ -381,6 +382,8 @@ void ImageView::mouseMoveEvent(QMouseEvent* event) {
     int x = 0, y = 0;
     if (onReadout && image_ && !image_->threadBusy && ImagePoint(pos, &x, &y))
         onReadout(PixelReadout(image_->image, x, y));
+    if (onStarReadout && image_ && !image_->threadBusy)
+        onStarReadout(ImagePoint(pos, &x, &y) ? StarShapeReadout(*image_, x, y) : QString());
     QAbstractScrollArea::mouseMoveEvent(event);
 }
 

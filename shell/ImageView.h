@@ -88,6 +88,8 @@ public:
 
     /// Told whenever the pointer moves over the image, with the readout text.
     std::function<void(const QString&)> onReadout;
+    /// Told with the star line under the pointer (StarShapeReadout), empty where no star is.
+    std::function<void(const QString&)> onStarReadout;
 
 protected:
     void paintEvent(QPaintEvent* event) override;

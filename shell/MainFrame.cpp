@@ -33,6 +33,7 @@
 #include "engine/workbench/History.h"
 #include "engine/workbench/MainWindow.h"
 #include "fileio/FileFilters.h"
+#include "shell/FileSetSheets.h"
 #include "shell/HistogramPanel.h"
 #include "shell/HistoryTool.h"
 #include "shell/ImageDialogs.h"
@@ -154,6 +155,9 @@ MainFrame::MainFrame(const std::string& setupPath, QWidget* parent)
     readout_ = new QLabel(this);
     readout_->setMinimumWidth(260);
     statusBar()->addPermanentWidget(readout_);
+    auto* starLine = new QLabel(this); // the star under the pointer, beside the pixel readout
+    starLine->setObjectName(QStringLiteral("starReadout"));
+    statusBar()->addPermanentWidget(starLine);
 
     BuildMenus();
     WireNotifier();
@@ -281,6 +285,8 @@ void MainFrame::BuildMenus() {
         auto show = tool.show;
         connect(a, &QAction::triggered, this, [this, show] { show(*this); });
     }
+
+    BuildFileSetMenu(menuBar()->addMenu(QStringLiteral("Image &Sets")), *this);
 
     QMenu* view = menuBar()->addMenu(QStringLiteral("&View"));
     AddAction(view, QStringLiteral("&Fit To Window"), QStringLiteral("actionFit"),
@@ -417,6 +423,9 @@ void MainFrame::SyncWindows() {
         auto* view = new ImageView(w);
         view->SetAutoStretch(Action(QStringLiteral("actionAutoStretch"))->isChecked());
         view->onReadout = [this](const QString& text) { readout_->setText(text); };
+        view->onStarReadout = [this](const QString& text) {
+            findChild<QLabel*>(QStringLiteral("starReadout"))->setText(text);
+        };
         auto* sub = new ImageSubWindow(view);
         sub->setWindowIcon(windowIcon());
         sub->setWindowTitle(Q(w->Caption()));
@@ -502,6 +511,7 @@ void MainFrame::DropWindow(CProcessWindow* image) {
     } else {
         histogram_->ShowImage(nullptr);
         readout_->clear();
+        findChild<QLabel*>(QStringLiteral("starReadout"))->clear();
         ToolFrame::ActiveImageChanged();
     }
     RefreshCommands();

@@ -9,6 +9,7 @@
 #include "shell/DigitalDevelopmentTool.h"
 #include "shell/EdgeExtractTool.h"
 #include "shell/GeneralStretchTool.h"
+#include "shell/GeoTransformTool.h"
 #include "shell/HistogramStretchTool.h"
 #include "shell/LevelsTool.h"
 #include "shell/MicroCurvesTool.h"
@@ -35,6 +36,7 @@ const std::vector<OperatorTool>& OperatorTools() {
         list.push_back(IterativeRestorationToolEntry());
         list.push_back(AdaptiveRestorationToolEntry());
         list.push_back(EdgeExtractToolEntry());
+        list.push_back(GeoTransformToolEntry());
         return list;
     }();
     return tools;

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+/// \file The Align Files sheet: the method ("Auto Star" or one of the four point types), its
+/// options, and a preview of the selected file on which a click sets the current point (red,
+/// blue, then the scale points), each shown as a mark of its colour. The run is the
+/// star-match or the point-correlation alignment on the worker.
+#pragma once
+#include <QColor>
+#include <QImage>
+#include <QWidget>
+
+#include <array>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "engine/Image.h"
+#include "imagesets/AlignPointFiles.h"
+#include "imagesets/AlignStarFiles.h"
+#include "shell/FileSetFrame.h"
+
+class QCheckBox;
+class QRadioButton;
+class QSpinBox;
+
+namespace astrivelle {
+
+/// The picture of one image scaled to fit the widget, with coloured marks for the set points.
+/// A left click gives the 0-based image pixel under the pointer.
+class AlignPreview : public QWidget {
+    Q_OBJECT
+public:
+    explicit AlignPreview(QWidget* parent = nullptr);
+    /// Shows `picture` of an image of `width` by `height` (an empty picture clears).
+    void SetPicture(const QImage& picture, int width, int height);
+    void SetPoints(const std::array<AlignPoint, 10>& points);
+    /// The scale from image pixels to widget pixels (fitted, aspect kept).
+    double ScaleFactor() const;
+    /// The image pixel under a widget point; false outside the picture.
+    bool ImagePoint(QPoint pos, int* x, int* y) const;
+    /// The widget point at the centre of image pixel (x, y).
+    QPoint WidgetPoint(double x, double y) const;
+
+signals:
+    void clicked(int x, int y);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+
+private:
+    QImage picture_;
+    int width_ = 0, height_ = 0;
+    std::array<AlignPoint, 10> points_{};
+};
+
+/// The mark colour of a point slot (red, blue, green, yellow, cyan, orange, purple, teal, sky
+/// blue, magenta).
+QColor AlignPointColor(int slot);
+
+class AlignSheet : public FileSetFrame {
+    Q_OBJECT
+public:
+    static constexpr const char* kClassName = "CAlignTSR";
+    static constexpr bool kNeedsImage = false;
+    explicit AlignSheet(ShellContext& context);
+    static AlignSheet* Show(ShellContext& context);
+
+    /// The method index: 0 "Auto Star", then the point types in table order.
+    bool AutoStar() const;
+    AlignPointType PointType() const;
+    /// The requests the controls describe for `usable` (reference and exclusions from the list).
+    AutoStarParams StarParams(const std::vector<std::string>& usable,
+                              const std::string& outDir) const;
+    AlignPointRequest PointRequest(const std::vector<std::string>& usable,
+                                   const std::string& outDir) const;
+
+    /// The file the preview shows (the list's current row), empty when none.
+    std::string PreviewFile() const { return previewPath_; }
+    /// Shows `path` in the preview; false when it can't be read.
+    bool ShowPreview(const std::string& path);
+    /// Sets the current point slot at the 0-based pixel (x, y) of the previewed file (on the
+    /// star's centroid with "On Star"); with "On Reference Image" only the reference takes
+    /// points. Advances the slot with "Auto Advance after Select".
+    void SetPointAt(int x, int y);
+    /// The points set on `path`.
+    std::array<AlignPoint, 10> PointsOf(const std::string& path) const;
+
+    QRadioButton* methodButtons[5] = {};
+    QSpinBox* numberOfPoints = nullptr; ///< "Number of Points:" (12PT, 3..10)
+    QComboBox* currentPoint = nullptr;  ///< the slot a click sets
+    QCheckBox* onStar = nullptr;
+    QRadioButton* onEachImage = nullptr;
+    QRadioButton* onReferenceImage = nullptr;
+    QCheckBox* mosaicMode = nullptr;
+    QCheckBox* correlate = nullptr;
+    QCheckBox* autoAdvance = nullptr;
+    QComboBox* translationRadius = nullptr;
+    QComboBox* rotationRadius = nullptr;
+    QComboBox* minimumCorrelation = nullptr;
+    QComboBox* subPixel = nullptr;
+    QCheckBox* quickAlignment = nullptr;
+    QCheckBox* meridianFlip = nullptr;
+    QCheckBox* mirrorFlip = nullptr;
+    QCheckBox* wideBrightness = nullptr;
+    QCheckBox* smallStars = nullptr;
+    QPushButton* clearPoints = nullptr;
+    AlignPreview* preview = nullptr;
+    QLabel* pointText = nullptr;
+
+protected:
+    bool Prepare(const std::vector<std::string>& usable, const std::string& outDir,
+                 const std::string& prefix, FileSetBody* body) override;
+
+private:
+    void Refresh();
+    void RefreshSlots();
+    void CurrentFileChanged();
+    void ShowPoints();
+    CImageFileList FileList(const std::vector<std::string>& usable, bool withPoints) const;
+
+    std::string previewPath_;
+    std::unique_ptr<Image> previewImage_;
+    std::map<std::string, std::array<AlignPoint, 10>> points_;
+};
+
+/// Moves the 0-based (x, y) to the centroid of the star there (window of radius 14, the
+/// luminance of a colour image): the 0-based result. False when the point lies outside.
+bool SnapToStar(Image& image, double x, double y, double* outX, double* outY);
+
+} // namespace astrivelle
