@@ -50,16 +50,14 @@ constexpr std::uint32_t kCachePixels = 4u * 65536u;
 /// evaluated again by the curve itself.
 constexpr int kBlock = 32;
 
-/// Eight lanes of doubles, of their bits, of lane masks, and eight floats: one AVX-512
-/// register, or two AVX2 registers where that is what the processor has.
-constexpr int kLanes = 8;
-typedef double Lanes __attribute__((vector_size(64)));
-typedef std::uint64_t LaneBits __attribute__((vector_size(64)));
-typedef std::int64_t LaneMask __attribute__((vector_size(64)));
-typedef float FloatLanes __attribute__((vector_size(32)));
+/// Four lanes of doubles, of their bits, of lane masks, and four floats.
+typedef double Lanes __attribute__((vector_size(32)));
+typedef std::uint64_t LaneBits __attribute__((vector_size(32)));
+typedef std::int64_t LaneMask __attribute__((vector_size(32)));
+typedef float FloatLanes __attribute__((vector_size(16)));
 
-/// All lanes at `v` (a macro, so that no function passes vectors by value).
-#define ASTRIVELLE_SPLAT(v) (Lanes{v, v, v, v, v, v, v, v})
+/// All four lanes at `v` (a macro, so that no function passes vectors by value).
+#define ASTRIVELLE_SPLAT(v) (Lanes{v, v, v, v})
 
 /// The curve's constants for the fast form, which evaluates the power as exp(g * ln t) by
 /// polynomials in doubles together with a bound on its distance from the library's pow. A
@@ -83,8 +81,7 @@ struct FastLevels {
 
 /// exp(g * ln t) for t positive normal doubles; `y` receives g * ln t. Relative error below
 /// 2.5e-13 + 7e-13 * |g| + 1e-15 * |y| while |y| <= 700 (the kernel allows about twice that).
-[[gnu::always_inline]] inline void FastPower(const Lanes& t, const Lanes& g, Lanes* y,
-                                             Lanes* power) {
+inline void FastPower(const Lanes& t, const Lanes& g, Lanes* y, Lanes* power) {
     // t = m * 2^k with m in [sqrt(1/2), sqrt(2)).
     const LaneBits u = (LaneBits)(t);
     const LaneBits e = (u + 0x00095f619980c433ull) >> 52;
@@ -126,26 +123,24 @@ struct FastLevels {
     *power = p * (Lanes)(scaleBits);
 }
 
-[[gnu::always_inline]] inline void Abs(Lanes* v) {
+inline void Abs(Lanes* v) {
     const LaneBits bits = (LaneBits)(*v) & 0x7fffffffffffffffull;
     *v = (Lanes)(bits);
 }
 
-[[gnu::always_inline]] inline void Clamp(Lanes* v, double top) {
+inline void Clamp(Lanes* v, double top) {
     *v = *v < 0.0 ? ASTRIVELLE_SPLAT(0.0) : *v;
     *v = *v > top ? ASTRIVELLE_SPLAT(top) : *v;
 }
 
-/// The fast form over `n` pixels, a multiple of kLanes; false when some pixel of them is not
-/// settled. Fused multiply-adds only make the polynomials more accurate, well inside the
-/// bound, so the clones may contract.
+/// The fast form over `n` pixels, a multiple of 4; false when some pixel of them is not
+/// settled.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-__attribute__((target_clones("arch=skylake-avx512", "arch=haswell", "default"),
-               optimize("fp-contract=fast")))
+__attribute__((target_clones("avx2", "default")))
 #endif
 bool FastBlock(const FastLevels& c, const float* in, float* out, int n) {
-    LaneMask unsettled = {0, 0, 0, 0, 0, 0, 0, 0};
-    for (int i = 0; i < n; i += kLanes) {
+    LaneMask unsettled = {0, 0, 0, 0};
+    for (int i = 0; i < n; i += 4) {
         FloatLanes f;
         std::memcpy(&f, in + i, sizeof f);
         const Lanes p = __builtin_convertvector(f, Lanes);
@@ -178,10 +173,7 @@ bool FastBlock(const FastLevels& c, const float* in, float* out, int n) {
         const FloatLanes r = __builtin_convertvector(result, FloatLanes);
         std::memcpy(out + i, &r, sizeof r);
     }
-    std::int64_t any = 0;
-    for (int k = 0; k < kLanes; ++k)
-        any |= unsettled[k];
-    return any == 0;
+    return (unsettled[0] | unsettled[1] | unsettled[2] | unsettled[3]) == 0;
 }
 
 #undef ASTRIVELLE_SPLAT
@@ -212,8 +204,8 @@ void Image::ApplyLevels(bool pending, float* prev, float* cur, int black, int mi
     // The fast form over a span, each unsettled block by the curve itself.
     auto span = [&](std::size_t begin, std::size_t end) {
         std::size_t i = begin;
-        for (; i + kLanes <= end; i += kBlock) {
-            const int n = static_cast<int>(std::min<std::size_t>(kBlock, end - i)) & ~(kLanes - 1);
+        for (; i + 4 <= end; i += kBlock) {
+            const int n = static_cast<int>(std::min<std::size_t>(kBlock, end - i)) & ~3;
             if (!FastBlock(fast, prev + i, cur + i, n))
                 for (std::size_t j = i; j < i + n; ++j)
                     cur[j] = value(prev[j]);
