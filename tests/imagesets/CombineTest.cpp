@@ -500,6 +500,35 @@ TEST(CombineHdr, ToneMapMatchesTheDirectComputation) {
         EXPECT_NEAR(out2[i], small[i], 1.01);
 }
 
+TEST(CombineMedianRows, TheNetworkMedianEqualsThePlainOne) {
+    std::mt19937 rng(11);
+    for (int files : {1, 2, 3, 5, 8, 15, 16, 17, 24, 31, 33, 64}) {
+        SCOPED_TRACE(files);
+        const std::size_t width = 37, rows = 5; // 185 pixels: runs of sixteen and a tail
+        std::vector<std::vector<std::uint16_t>> tiles(files,
+                                                      std::vector<std::uint16_t>(width * rows));
+        std::vector<const std::uint16_t*> pointers;
+        for (int f = 0; f < files; ++f) {
+            for (std::size_t i = 0; i < width * rows; ++i) {
+                const unsigned r = rng();
+                // Mostly sky levels with ties, some 0, some 65535.
+                tiles[f][i] = r % 11 == 0   ? 0
+                              : r % 13 == 0 ? 65535
+                                            : static_cast<std::uint16_t>(1000 + (r >> 8) % 40);
+            }
+            pointers.push_back(tiles[f].data());
+        }
+        std::vector<float> out(width * rows, -1.0f);
+        CombineMedianRows(pointers.data(), files, width, rows, CombineMethod::Med, 0, out.data());
+        std::vector<float> v(static_cast<std::size_t>(files));
+        for (std::size_t i = 0; i < width * rows; ++i) {
+            for (int f = 0; f < files; ++f)
+                v[f] = tiles[f][i];
+            ASSERT_EQ(out[i], CombineMedianPixel(v.data(), files, CombineMethod::Med, 0)) << i;
+        }
+    }
+}
+
 TEST(CombineGrades, WeightsFromNamesOrListGrades) {
     const std::vector<std::string> paths = {"/x/AGA_AVERAGE_m1.fit", "/x/AGC_RED_m2.fit",
                                             "/x/plain.fit", "/x/other.fit"};
