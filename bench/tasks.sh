@@ -36,7 +36,7 @@ $C calibrate --quiet --dark masters/dark.fit --flat masters/flat.fit \
 # mosaic's pixel coordinates: x = x' + 1, y = y' + 1.
 ASTRIVELLE_REGISTER='C=$BUILD/astrivelle-cli
 if [ -n "$BAYER" ]; then
-    $C bayer --quiet --pattern "$BAYER" -o color calibrated/*.fit &&
+    $C bayer --quiet --pattern "$BAYER" --save-type UNCOMPFIT -o color calibrated/*.fit &&
     $C align --quiet --method quick --transforms colour-transforms.txt -o registered color/*.fit &&
     awk "{ printf \"%s %.9g %.9g %.9g %.9g %.9g %.9g\\n\", \$1, \$2, \$3, \$4 + 1 - \$2 - \$3, \$5, \$6, \$7 + 1 - \$5 - \$6 }" colour-transforms.txt >transforms.txt
 else

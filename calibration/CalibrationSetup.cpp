@@ -2,6 +2,10 @@
 /// \file The calibration setup record, its frame choice and pre-flight, and the frames
 /// prepared for a run.
 #include "calibration/CalibrationSetup.h"
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+#include <vector>
 
 #include <algorithm>
 #include <atomic>
@@ -53,6 +57,94 @@ void CalibrationSetup::SetAdaptiveWithDark(bool on) {
     adaptiveWithDark = on;
     if (on)
         adaptiveWithoutDark = false;
+}
+
+namespace {
+
+/// The record's fields: name and where it lives, by kind.
+struct SetupFields {
+    std::vector<std::pair<const char*, std::string*>> texts;
+    std::vector<std::pair<const char*, bool*>> flags;
+    std::vector<std::pair<const char*, std::int32_t*>> integers;
+    std::vector<std::pair<const char*, double*>> reals;
+    explicit SetupFields(CalibrationSetup& s)
+        : texts{{"colorModel", &s.colorModel},     {"frameType", &s.frameType},
+                {"cfaPattern", &s.cfaPattern},     {"flatPath", &s.flatPath},
+                {"flatDarkPath", &s.flatDarkPath}, {"darkPath", &s.darkPath},
+                {"biasPath", &s.biasPath},         {"adaptiveLevel", &s.adaptiveLevel}},
+          flags{{"bayerData", &s.bayerData},
+                {"useFlat", &s.useFlat},
+                {"useFlatDark", &s.useFlatDark},
+                {"useDark", &s.useDark},
+                {"useBias", &s.useBias},
+                {"autoDarkMatch", &s.autoDarkMatch},
+                {"adaptiveWithDark", &s.adaptiveWithDark},
+                {"adaptiveWithoutDark", &s.adaptiveWithoutDark}},
+          integers{{"frameWidth", &s.frameWidth}, {"frameHeight", &s.frameHeight}},
+          reals{{"darkFactor", &s.darkFactor}, {"overallFactor", &s.overallFactor}} {}
+};
+
+} // namespace
+
+std::string FormatCalibrationSetup(const CalibrationSetup& setup) {
+    CalibrationSetup copy = setup;
+    const SetupFields f(copy);
+    std::string text;
+    for (const auto& [name, value] : f.texts)
+        text += std::string(name) + "=" + *value + "\n";
+    for (const auto& [name, value] : f.flags)
+        text += std::string(name) + "=" + (*value ? "1" : "0") + "\n";
+    for (const auto& [name, value] : f.integers)
+        text += std::string(name) + "=" + std::to_string(*value) + "\n";
+    char number[64];
+    for (const auto& [name, value] : f.reals) {
+        std::snprintf(number, sizeof number, "%.17g", *value);
+        text += std::string(name) + "=" + number + "\n";
+    }
+    return text;
+}
+
+bool ParseCalibrationSetup(const std::string& text, CalibrationSetup* setup) {
+    CalibrationSetup s = *setup;
+    const SetupFields f(s);
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        const std::string line = text.substr(at, end - at);
+        at = end + 1;
+        if (line.empty())
+            continue;
+        const std::size_t eq = line.find('=');
+        if (eq == std::string::npos)
+            return false;
+        const std::string name = line.substr(0, eq), value = line.substr(eq + 1);
+        char* stop = nullptr;
+        for (const auto& [n, v] : f.texts)
+            if (name == n)
+                *v = value;
+        for (const auto& [n, v] : f.flags)
+            if (name == n) {
+                if (value != "0" && value != "1")
+                    return false;
+                *v = value == "1";
+            }
+        for (const auto& [n, v] : f.integers)
+            if (name == n) {
+                const long number = std::strtol(value.c_str(), &stop, 10);
+                if (value.empty() || *stop)
+                    return false;
+                *v = static_cast<std::int32_t>(number);
+            }
+        for (const auto& [n, v] : f.reals)
+            if (name == n) {
+                const double number = std::strtod(value.c_str(), &stop);
+                if (value.empty() || *stop)
+                    return false;
+                *v = number;
+            }
+    }
+    *setup = s;
+    return true;
 }
 
 const char* SystemFrameName(SystemFrame frame) {

@@ -37,6 +37,16 @@ struct CalibrationSetup {
     void SetAdaptiveWithDark(bool on);
 };
 
+/// The name of the setup's record among the saved parameter records.
+inline constexpr const char* kCalibrationSetupRecord = "CalibrationSetup";
+
+/// The setup as the text of its saved record: one "name=value" line per field.
+std::string FormatCalibrationSetup(const CalibrationSetup& setup);
+/// Reads a record written by FormatCalibrationSetup over `setup`; fields it does not name
+/// keep their values, unknown names are passed over. False for a line without "=" or a value
+/// that does not read as its field's type.
+bool ParseCalibrationSetup(const std::string& text, CalibrationSetup* setup);
+
 /// Which system frame.
 enum class SystemFrame { Flat, FlatDark, Dark, Bias };
 

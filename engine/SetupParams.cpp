@@ -26,6 +26,7 @@ constexpr std::size_t kMaxSetupFileBytes = 16u << 20;
 constexpr std::uint32_t kMaxArcsecSetups = 10000;
 constexpr std::uint32_t kMaxToolPositions = 10000;
 constexpr std::uint32_t kMaxRecentFiles = 10000;
+constexpr std::uint32_t kMaxRecords = 1000;
 
 std::string EnvValue(const char* name) {
     const char* v = std::getenv(name);
@@ -85,6 +86,14 @@ void WriteFields(ArchiveWriter& w, const CSetupParams& p) {
         w.PutString(s);
     w.PutBool(p.useAccelerator);
     w.PutBool(p.stickyCopyPortion);
+    // Without records the file is byte for byte what it was before they existed.
+    if (p.records.empty())
+        return;
+    w.PutU32(static_cast<std::uint32_t>(p.records.size()));
+    for (const auto& [name, text] : p.records) {
+        w.PutString(name);
+        w.PutString(text);
+    }
 }
 
 // Reads the fields after the version straight into `p`, so a failure leaves every field read
@@ -143,7 +152,21 @@ bool ReadFields(ArchiveReader& r, CSetupParams& p) {
         p.recentFiles.push_back(std::move(s));
     }
 
-    return r.GetBool(p.useAccelerator) && r.GetBool(p.stickyCopyPortion);
+    if (!r.GetBool(p.useAccelerator) || !r.GetBool(p.stickyCopyPortion))
+        return false;
+    // The records came later: a file that ends here simply has none.
+    p.records.clear();
+    if (r.Remaining() == 0)
+        return true;
+    if (!r.GetCount(n, kMaxRecords))
+        return false;
+    for (std::uint32_t i = 0; i < n; ++i) {
+        std::string name, text;
+        if (!r.GetString(name) || !r.GetString(text))
+            return false;
+        p.records[name] = std::move(text);
+    }
+    return true;
 }
 
 // Reads at most `limit + 1` bytes. Returns false when the file cannot be opened at all;

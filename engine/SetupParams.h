@@ -75,6 +75,9 @@ struct CSetupParams {
     std::vector<std::string> recentFiles;
     bool useAccelerator = false;
     bool stickyCopyPortion = false;
+    /// The parameter records of the image-set tools by name ("CalibrationSetup", ...), each
+    /// the text its owner writes and reads. A file written before they existed has none.
+    std::map<std::string, std::string> records;
 
     static std::array<std::string, SetupStringCount> DefaultStrings();
 

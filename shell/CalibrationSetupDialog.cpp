@@ -15,6 +15,7 @@
 #include <QVBoxLayout>
 
 #include "calibration/Bayer.h"
+#include "engine/SystemOptions.h"
 #include "engine/workbench/MainWindow.h"
 #include "fileio/FileFilters.h"
 #include "shell/MainFrame.h"
@@ -51,7 +52,14 @@ bool& UseOf(CalibrationSetup& s, int i) {
 } // namespace
 
 CalibrationSetup& ProgramCalibrationSetup() {
-    static CalibrationSetup setup;
+    // The record saved with the setup parameters, read once.
+    static CalibrationSetup setup = [] {
+        CalibrationSetup saved;
+        const auto& records = Options().setup.records;
+        if (const auto it = records.find(kCalibrationSetupRecord); it != records.end())
+            ParseCalibrationSetup(it->second, &saved);
+        return saved;
+    }();
     return setup;
 }
 
@@ -281,6 +289,7 @@ bool CalibrationSetupDialog::Accept() {
     setup_.overallFactor = overall;
     ReadChoices();
     ProgramCalibrationSetup() = setup_;
+    Options().setup.records[kCalibrationSetupRecord] = FormatCalibrationSetup(setup_);
     return true;
 }
 

@@ -299,6 +299,40 @@ TEST(Calibrate, RefusedWhileItOrAnotherFileOperationRuns) {
     EXPECT_NE(result.run.status, "Calibrate Files In Progress.");
 }
 
+TEST(CalibrationSetup, SavedRecordRoundTripsEveryField) {
+    CalibrationSetup s;
+    s.colorModel = "MONO";
+    s.bayerData = true;
+    s.frameType = "300D Class";
+    s.cfaPattern = "GB,RG";
+    s.flatPath = "/frames/flat=1.fit"; // an equals sign inside a value
+    s.darkPath = "/frames/dark #2.fit";
+    s.useFlat = s.useDark = true;
+    s.frameWidth = 3000;
+    s.frameHeight = 2000;
+    s.darkFactor = 0.1 + 0.2; // not a short decimal: all digits must survive
+    s.overallFactor = 1.25;
+    s.autoDarkMatch = true;
+    s.adaptiveWithDark = true;
+    s.adaptiveLevel = "Highest";
+    const std::string text = FormatCalibrationSetup(s);
+    CalibrationSetup back;
+    ASSERT_TRUE(ParseCalibrationSetup(text, &back)) << text;
+    EXPECT_EQ(FormatCalibrationSetup(back), text);
+    EXPECT_EQ(back.darkFactor, s.darkFactor);
+    EXPECT_EQ(back.flatPath, s.flatPath);
+    EXPECT_EQ(back.frameHeight, 2000);
+    // Unknown names pass; bad values refuse the record and leave the setup as it was.
+    CalibrationSetup kept = back;
+    EXPECT_TRUE(ParseCalibrationSetup("someday=1\nuseBias=1\n", &kept));
+    EXPECT_TRUE(kept.useBias);
+    for (const char* bad : {"useFlat=yes\n", "frameWidth=12a\n", "darkFactor=\n", "no equals\n"}) {
+        CalibrationSetup t = back;
+        EXPECT_FALSE(ParseCalibrationSetup(bad, &t)) << bad;
+        EXPECT_EQ(FormatCalibrationSetup(t), text) << bad;
+    }
+}
+
 TEST(CalibrationSetup, PreflightTextsAndFlatDarkRule) {
     ScratchDir dir;
     WritePlane(dir.file("dark.fit"), 10, 8, std::vector<float>(80, 5));

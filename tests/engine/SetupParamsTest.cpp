@@ -486,5 +486,34 @@ TEST(SetupParams, PriorityWordIsNormalUnlessIdle) {
     }
 }
 
+TEST(SetupParams, RecordsFollowTheOlderFieldsAndMayBeAbsent) {
+    test::ScratchDir dir;
+    CSetupParams written = Changed();
+    const std::string before = SerializeSetupParams(written);
+    written.records["CalibrationSetup"] = "darkPath=/data/dark#1.fit\nuseDark=1\n";
+    written.records["FileSetProcess"] = "";
+    const std::string bytes = SerializeSetupParams(written);
+    ASSERT_GT(bytes.size(), before.size());
+    EXPECT_EQ(bytes.substr(0, before.size()), before) << "the older fields are unchanged";
+    const std::string path = dir.file("records.qxp");
+    ASSERT_TRUE(SaveSetupParams(path, written));
+    CSetupParams read;
+    SetupLoadStatus status{};
+    ASSERT_TRUE(LoadSetupParams(path, read, nullptr, &status));
+    EXPECT_EQ(status, SetupLoadStatus::Loaded);
+    EXPECT_EQ(read, written);
+    // A file of the time before records loads whole, with none.
+    { std::ofstream(dir.file("old.qxp"), std::ios::binary) << before; }
+    read = written;
+    ASSERT_TRUE(LoadSetupParams(dir.file("old.qxp"), read, nullptr, &status));
+    EXPECT_EQ(status, SetupLoadStatus::Loaded);
+    EXPECT_TRUE(read.records.empty());
+    // A cut inside the records is a truncated file.
+    { std::ofstream(dir.file("cut.qxp"), std::ios::binary) << bytes.substr(0, bytes.size() - 3); }
+    std::string error;
+    EXPECT_FALSE(LoadSetupParams(dir.file("cut.qxp"), read, &error, &status));
+    EXPECT_EQ(status, SetupLoadStatus::Failed);
+}
+
 } // namespace
 } // namespace astrivelle
