@@ -26,6 +26,8 @@ enum class BlendStep : int; // blend only, blend through the mask, show the mask
 class CCustomPSF;           // a user's point spread function (operators/Restoration.h)
 struct CStarDescriptorStructure; // a star described by its distances (align/StarMatch.h)
 struct CStarMatchStructure;      // a matched reference and current star (align/StarMatch.h)
+/// High, Low, Both, Bloom (operators/ReducePixels.h).
+enum class ReducePixelKind : int;
 
 /// Format of the file an image came from or goes to.
 enum ImageFileKind : std::int32_t {
@@ -611,6 +613,16 @@ public:
     /// of `src` (a copy in the cases that do nothing). False for a missing plane.
     bool NormalizeChannel(bool inPlace, const float* src, float* dst, bool byMeanStd, double a,
                           double b, double c, double d);
+
+    // ---- Reduce High, Low, Bloom Pixel (operators/filters/ReducePixels.cpp) ----------------
+    /// One plane, `cur` from `prev` (with `pending` false `cur` is first copied to `prev`).
+    /// High / Low / Both: a pixel found by the 3 x 3 rules takes the median (`lowStrength`: the
+    /// mean) of its effect window without the centre; Bloom: runs marked along the rows take
+    /// the mean of the unmarked values of their effect window. `windowSize` and `effectSize`
+    /// are odd sides. False when the byte plane of the bloom marks can't be had, or for a
+    /// missing plane or a size out of 3..11.
+    bool ReduceHighLow(bool pending, float* prev, float* cur, ReducePixelKind reduce,
+                       bool lowStrength, double difference, int windowSize, int effectSize);
 
 private:
     std::int32_t workRowCount_ = 0;  ///< rows workRows were made with

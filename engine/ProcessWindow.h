@@ -271,6 +271,11 @@ public:
     /// than the image refuses with its text. `progress` may be null.
     bool Smoothing(const struct SmoothingParams& params, IProgress* progress);
 
+    // ---- Reduce High, Low, Bloom Pixel operator function (operators/filters/) ------------
+    /// On each selected plane; a parameter out of range is refused before any step. Memory
+    /// failure shows "No memory for operation" and leaves no step.
+    bool ReducePixels(const struct ReducePixelsParams& params);
+
     // ---- Star readout under the mouse (align/StarReadout.cpp) ------------------------------
     /// Measures the star at the 0-based mouse position (x, y) with FWHM and HFD, `forceAccept`
     /// passed on: on an RGB image the luminance into out[0] and red, green, blue into out[1],

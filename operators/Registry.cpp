@@ -7,6 +7,7 @@
 #include "operators/Filters.h"
 #include "operators/Geometry.h"
 #include "operators/Masks.h"
+#include "operators/ReducePixels.h"
 #include "operators/Restoration.h"
 #include "operators/Stretch.h"
 
@@ -35,6 +36,7 @@ std::vector<OperatorDescriptor> BuiltOperators() {
         TranslateDescriptor(),
         ScaleDescriptor(),
         RotateDescriptor(),
+        ReducePixelsDescriptor(),
     };
 }
 
