@@ -30,5 +30,6 @@ int RunCrop(const std::vector<std::string>& args);
 int RunStars(const std::vector<std::string>& args);
 int RunGrade(const std::vector<std::string>& args);
 int RunAlign(const std::vector<std::string>& args);
+int RunAuto(const std::vector<std::string>& args);
 
 } // namespace astrivelle::cli

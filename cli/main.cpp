@@ -33,6 +33,7 @@ const std::vector<Command>& AllCommands() {
         {"grade", "grade a set of images by edge sharpness or star shape and copy the best",
          RunGrade},
         {"align", "align a set of images onto a reference image by their stars", RunAlign},
+        {"auto", "the automatic image set process: masters, calibration, ... the stack", RunAuto},
     };
     return commands;
 }
