@@ -1,27 +1,38 @@
 #!/usr/bin/env bash
-# The demo: make a synthetic star field, raise its sky by a Pixel Math record replayed through
-# `filter`, and show both images with `info`.
+# The demo, the program's main job: a generated one-shot-colour night (RGGB lights with their
+# darks, flats, flat darks and bias, all FITS) taken through the automatic process: masters,
+# calibration, colour interpolation, star alignment and a sigma-clipped stack; then a
+# stretched JPEG preview of the stack through a recorded Digital Development text.
 set -euo pipefail
 build=${1:-build/release}
 out=demo-output
 rm -rf "$out"
-mkdir -p "$out/in" "$out/out"
+mkdir -p "$out"
 
-"$build/astrivelle-demo-image" "$out/in/field.fit" 800 600 7
-"$build/astrivelle-cli" filter --quiet \
-    --op "Pixel Math" \
-    --params "Operation: Multiply#Constant: 1.500#Threshold Min: 0#Threshold Max: 8000#Feather Range: 500#" \
-    --op "Pixel Math" \
-    --params "Operation: Subtract#Constant: 1000.000#Threshold Min: 0#Threshold Max: 65535#Feather Range: 0#" \
-    --save-type COMPFIT -o "$out/out" "$out/in/field.fit"
+echo "== generating a one-shot-colour night (8 lights of 1500x1000 and 4 of each calibration frame)"
+"$build/astrivelle-synth" night --quiet --out "$out/night" --bayer RG,GB --size 1500x1000 \
+    --frames 8 --darks 4 --flats 4 --flat-darks 4 --bias 4
 
-echo "== input"
-"$build/astrivelle-cli" info "$out/in/field.fit" | head -n 12
-echo "== output"
-"$build/astrivelle-cli" info "$out/out/FF_field.fit" | head -n 12
-"$build/astrivelle-cli" info --json "$out/out/FF_field.fit" > "$out/out/FF_field.json"
+echo "== the automatic process"
+n=$out/night
+"$build/astrivelle-cli" auto --quiet --lights "$n/lights" --darks "$n/darks" \
+    --flats "$n/flats" --flat-darks "$n/flatdarks" --bias "$n/bias" \
+    --type OSCCCD --color CFA --pattern RG,GB --align quick --combine SIGAVG \
+    --name Stack -o "$out/result"
+
+# Digital Development: the median taken off, a hyperbolic curve breaking at 1000.
+ddp="Pre-Stretch Scale Type : None#Pre-Stretch Scale : 1.000#Pre-Stretch Black Point : 0.00000#"
+ddp+="Pre-Stretch White Point : 1.000#Pre-Stretch Black Point Range : 0.0 - 0.100#"
+ddp+="Break-Point Slider Range : 0 - 10000#Backgd-Wt Slider Range : 0.000 - 1.25000#"
+ddp+="Background Min : 0#Background Weight : 1.00000#Break-Point Highlights : 1000#"
+ddp+="Sharpening Filter :None#Fix Defects :No#Sharpening Strength : 0.000#"
+ddp+="Red : 0.500#Green : 0.500#Blue : 0.500#"
+"$build/astrivelle-cli" convert --quiet --save-type JPEG --stretch "Digital Development" \
+    --params "$ddp" --prefix "" -o "$out/preview" "$out/result/Stack.fit"
+
 echo
 echo "Demo results are in $(cd "$out" && pwd):"
-echo "  in/field.fit         synthetic star field (16-bit FITS)"
-echo "  out/FF_field.fit     after two Pixel Math records (Rice-compressed FITS)"
-echo "  out/FF_field.json    'info --json' of the result"
+echo "  night/               the generated frames and their truth (truth.json)"
+echo "  result/Stack.fit     the calibrated, interpolated, aligned and stacked image"
+echo "  result/              the masters and every step's files"
+echo "  preview/Stack.jpg    the stack stretched by Digital Development"
