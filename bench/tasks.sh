@@ -46,7 +46,15 @@ fi'
 # The registered frames stacked by sigma-clipped average.
 ASTRIVELLE_STACK='$BUILD/astrivelle-cli combine --quiet --method SIGAVG --name stack -o . registered/*.fit'
 
-ASTRIVELLE_PIPELINE=""
+# The automatic process from the raw frames: masters, calibration, (colour), Quick Alignment
+# and the sigma-clipped stack; its calibrated lights are linked where the scoring looks.
+ASTRIVELLE_PIPELINE='C=$BUILD/astrivelle-cli
+if [ -n "$BAYER" ]; then colour="--type OSCCCD --color CFA --pattern $BAYER"; else colour="--type CCD"; fi
+$C auto --quiet --lights $DATA/lights --darks $DATA/darks --flats $DATA/flats \
+    --flat-darks $DATA/flatdarks --bias $DATA/bias $colour --align quick --combine SIGAVG \
+    --name stack -o pipeline >pipeline.log &&
+mkdir -p pipeline/calibrated && ln -s ../C_light_00001.fit pipeline/calibrated/'
+
 
 # The stars of the first calibrated light; our centroids are 1-based.
 ASTRIVELLE_DETECT='f=$(ls calibrated/*.fit | LC_ALL=C sort | head -n 1)
