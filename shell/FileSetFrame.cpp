@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 /// \file The frame of the image-set sheets: pages, input list, output folder, runs.
 #include "shell/FileSetFrame.h"
+#include "shell/PostToGui.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -84,39 +85,16 @@ constexpr int kReferenceColumn = 2;
 // ---- progress, posted to the frame ---------------------------------------------------------
 
 void FileSetProgress::SetProgress(long step, long total) {
-    QPointer<FileSetFrame> frame = frame_;
-    QMetaObject::invokeMethod(
-        qApp,
-        [frame, step, total] {
-            if (!frame)
-                return;
-            frame->runProgress->setRange(0, total > 0 ? static_cast<int>(total) : 0);
-            frame->runProgress->setValue(static_cast<int>(step));
-        },
-        Qt::QueuedConnection);
+    PostProgress(frame_.data(), &FileSetFrame::runProgress, step, total);
 }
 
 void FileSetProgress::SetStatus(const std::string& text) {
-    QPointer<FileSetFrame> frame = frame_;
-    const QString shown = Q(text);
-    QMetaObject::invokeMethod(
-        qApp,
-        [frame, shown] {
-            if (frame)
-                frame->status->setText(shown);
-        },
-        Qt::QueuedConnection);
+    PostText(frame_.data(), &FileSetFrame::status, Q(text));
 }
 
 void FileSetProgress::SetCounter(long current, long total) {
-    QPointer<FileSetFrame> frame = frame_;
-    QMetaObject::invokeMethod(
-        qApp,
-        [frame, current, total] {
-            if (frame)
-                frame->counter->setText(QStringLiteral("%1 of %2").arg(current).arg(total));
-        },
-        Qt::QueuedConnection);
+    PostText(frame_.data(), &FileSetFrame::counter,
+             QStringLiteral("%1 of %2").arg(current).arg(total));
 }
 
 // ---- the frame -----------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 /// \file The Read Noise and Gain dialog.
 #include "shell/ReadNoiseGainDialog.h"
+#include "shell/PostToGui.h"
 
 #include <QApplication>
 #include <QButtonGroup>
@@ -64,28 +65,11 @@ bool SameFile(const std::string& a, const std::string& b) {
 // ---- progress, posted to the dialog ---------------------------------------------------------
 
 void ReadNoiseGainProgress::SetProgress(long step, long total) {
-    QPointer<ReadNoiseGainDialog> dialog = dialog_;
-    QMetaObject::invokeMethod(
-        qApp,
-        [dialog, step, total] {
-            if (!dialog)
-                return;
-            dialog->runProgress->setRange(0, total > 0 ? static_cast<int>(total) : 0);
-            dialog->runProgress->setValue(static_cast<int>(step));
-        },
-        Qt::QueuedConnection);
+    PostProgress(dialog_.data(), &ReadNoiseGainDialog::runProgress, step, total);
 }
 
 void ReadNoiseGainProgress::SetStatus(const std::string& text) {
-    QPointer<ReadNoiseGainDialog> dialog = dialog_;
-    const QString shown = Q(text);
-    QMetaObject::invokeMethod(
-        qApp,
-        [dialog, shown] {
-            if (dialog)
-                dialog->status->setText(shown);
-        },
-        Qt::QueuedConnection);
+    PostText(dialog_.data(), &ReadNoiseGainDialog::status, Q(text));
 }
 
 // ---- the dialog -----------------------------------------------------------------------------
