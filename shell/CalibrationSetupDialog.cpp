@@ -209,6 +209,7 @@ CalibrationSetupDialog::CalibrationSetupDialog(ShellContext& context)
 }
 
 CalibrationSetupDialog::~CalibrationSetupDialog() {
+    DisconnectFromChildren(this);
     if (gOpen == this)
         gOpen = nullptr;
 }

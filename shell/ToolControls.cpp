@@ -21,6 +21,11 @@ QString FixedText(double value, int decimals) {
     return QLocale::c().toString(value, 'f', decimals);
 }
 
+void DisconnectFromChildren(QObject* window) {
+    for (QObject* child : window->findChildren<QObject*>())
+        QObject::disconnect(child, nullptr, window, nullptr);
+}
+
 QLineEdit* MakeNumberEdit(QWidget* parent, const char* name) {
     auto* edit = new QLineEdit(parent);
     edit->setObjectName(name);

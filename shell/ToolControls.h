@@ -34,6 +34,11 @@ QString FixedText(double value, int decimals);
 /// A number field named `name`, at most 100 pixels wide.
 QLineEdit* MakeNumberEdit(QWidget* parent, const char* name);
 
+/// Cuts every connection from `window`'s child widgets to `window` itself. A window calls it
+/// as it is destroyed: its children are deleted after its own part is gone, and a line edit
+/// that loses the focus then still emits editingFinished into the window's slots.
+void DisconnectFromChildren(QObject* window);
+
 /// A horizontal slider named `name`, at least 160 pixels wide, with Qt's default range.
 QSlider* MakeSlider(QWidget* parent, const char* name);
 /// The same over 0..top.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 /// \file The common frame of a modeless operator tool.
 #include "shell/ToolFrame.h"
+#include "shell/ToolControls.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -143,6 +144,7 @@ ToolFrame::ToolFrame(ShellContext& context, const QString& toolName, const std::
 }
 
 ToolFrame::~ToolFrame() {
+    DisconnectFromChildren(this);
     if (busy_ || worker_ || reaper_.joinable())
         WaitForWorker();
     auto it = Registry().find(className_);
