@@ -9,7 +9,6 @@
 #include "cli/BatchOutput.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
-#include "engine/Image.h"
 #include "imagesets/AlignPointFiles.h"
 #include "imagesets/AlignStarFiles.h"
 #include "imagesets/AutoAlignPlanetFiles.h"
@@ -157,10 +156,13 @@ bool WriteTransforms(const std::string& path, const std::vector<std::string>& fi
         for (const AlignStarFrame& f : result.frames) {
             if (f.input != files[n] || known)
                 continue;
-            Image size; // the flip needs the current image's size
-            if (f.flip != "N" && !size.ReadFile(f.input, ExtensionOf(f.input)))
+            // The flip needs the current image's size, which its header says.
+            CImageFileList size(1);
+            std::vector<std::string> rejected;
+            if (f.flip != "N" &&
+                !CheckFiles("FILTERFILES", kSetEither, {f.input}, &size, &rejected))
                 continue;
-            known = AlignStarFrameMap(f, size.width, size.height, &m);
+            known = AlignStarFrameMap(f, size[0].width, size[0].height, &m);
         }
         if (known)
             std::fprintf(out, "%zu %.9g %.9g %.9g %.9g %.9g %.9g\n", n, m[0], m[1], m[2], m[3],

@@ -36,12 +36,6 @@ FileSetTraits GradeTraits() {
     return t;
 }
 
-QRadioButton* Radio(QWidget* parent, const char* text, const char* name) {
-    auto* r = new QRadioButton(QString::fromLatin1(text), parent);
-    r->setObjectName(name);
-    return r;
-}
-
 } // namespace
 
 GradeSheet* GradeSheet::Show(ShellContext& context) {
@@ -53,8 +47,8 @@ GradeSheet::GradeSheet(ShellContext& context)
       result_(std::make_shared<GradeResult>()) {
     QWidget* page = Methods()->parentWidget();
     auto* method = new QHBoxLayout;
-    bySharpness = Radio(page, "Edge Sharpness", "bySharpness");
-    byStarShape = Radio(page, "Star Shape and Size", "byStarShape");
+    bySharpness = MakeRadio(page, "Edge Sharpness", "bySharpness");
+    byStarShape = MakeRadio(page, "Star Shape and Size", "byStarShape");
     auto* methodGroup = new QButtonGroup(page);
     methodGroup->addButton(bySharpness);
     methodGroup->addButton(byStarShape);
@@ -94,9 +88,9 @@ GradeSheet::GradeSheet(ShellContext& context)
 
     auto* starBox = new QGroupBox(QStringLiteral("Star Shape and Size"), page);
     auto* starGrid = new QGridLayout(starBox);
-    maxEcc = Radio(starBox, "Max Allowed Eccentricity", "maxEcc");
-    percentEcc = Radio(starBox, "Use Best Percentage of Set", "percentEcc");
-    autoEcc = Radio(starBox, "Auto", "autoEcc");
+    maxEcc = MakeRadio(starBox, "Max Allowed Eccentricity", "maxEcc");
+    percentEcc = MakeRadio(starBox, "Use Best Percentage of Set", "percentEcc");
+    autoEcc = MakeRadio(starBox, "Auto", "autoEcc");
     auto* starGroup = new QButtonGroup(starBox);
     for (QRadioButton* r : {maxEcc, percentEcc, autoEcc})
         starGroup->addButton(r);

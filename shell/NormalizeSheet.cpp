@@ -32,12 +32,6 @@ FileSetTraits NormalizeTraits() {
     return t;
 }
 
-QRadioButton* Radio(QWidget* parent, const char* text, const char* name) {
-    auto* r = new QRadioButton(QString::fromLatin1(text), parent);
-    r->setObjectName(name);
-    return r;
-}
-
 } // namespace
 
 NormalizeSheet* NormalizeSheet::Show(ShellContext& context) {
@@ -49,18 +43,18 @@ NormalizeSheet::NormalizeSheet(ShellContext& context)
     QWidget* page = Methods()->parentWidget();
     auto* modeBox = new QGroupBox(QStringLiteral("Mode"), page);
     auto* modeLayout = new QVBoxLayout(modeBox);
-    modeBrightness = Radio(modeBox, "Brightness & Contrast", "modeBrightness");
-    modeRange = Radio(modeBox, "Range", "modeRange");
+    modeBrightness = MakeRadio(modeBox, "Brightness & Contrast", "modeBrightness");
+    modeRange = MakeRadio(modeBox, "Range", "modeRange");
     modeLayout->addWidget(modeBrightness);
     modeLayout->addWidget(modeRange);
     modeBrightness->setChecked(true);
 
     auto* targetBox = new QGroupBox(QStringLiteral("Target"), page);
     auto* targetLayout = new QVBoxLayout(targetBox);
-    targetMaximum = Radio(targetBox, "Image Set Ma&ximum", "targetMaximum");
-    targetAverage = Radio(targetBox, "Image Set &Average", "targetAverage");
-    targetMinimum = Radio(targetBox, "Image Set Mi&nimum", "targetMinimum");
-    targetUser = Radio(targetBox, "&User Defined", "targetUser");
+    targetMaximum = MakeRadio(targetBox, "Image Set Ma&ximum", "targetMaximum");
+    targetAverage = MakeRadio(targetBox, "Image Set &Average", "targetAverage");
+    targetMinimum = MakeRadio(targetBox, "Image Set Mi&nimum", "targetMinimum");
+    targetUser = MakeRadio(targetBox, "&User Defined", "targetUser");
     for (QRadioButton* r : {targetMaximum, targetAverage, targetMinimum, targetUser})
         targetLayout->addWidget(r);
     targetAverage->setChecked(true);

@@ -20,12 +20,6 @@ namespace {
 
 constexpr std::array<const char*, 3> kInterpolations = {"Nearest Neighbor", "Bilinear", "Bicubic"};
 
-QRadioButton* Radio(QWidget* parent, const char* text, const char* name) {
-    auto* r = new QRadioButton(QString::fromLatin1(text), parent);
-    r->setObjectName(name);
-    return r;
-}
-
 FileSetTraits ResizeTraits() {
     FileSetTraits t;
     t.kind = FileOpKind::Resize;
@@ -69,10 +63,10 @@ ResizeSheet* ResizeSheet::Show(ShellContext& context) {
 ResizeSheet::ResizeSheet(ShellContext& context)
     : FileSetFrame(context, QStringLiteral("Resize Files"), kClassName, ResizeTraits()) {
     QWidget* page = Methods()->parentWidget();
-    modeFactor = Radio(page, "Factor", "modeFactor");
-    modeLargest = Radio(page, "Largest", "modeLargest");
-    modeSmallest = Radio(page, "Smallest", "modeSmallest");
-    modeSize = Radio(page, "Size", "modeSize");
+    modeFactor = MakeRadio(page, "Factor", "modeFactor");
+    modeLargest = MakeRadio(page, "Largest", "modeLargest");
+    modeSmallest = MakeRadio(page, "Smallest", "modeSmallest");
+    modeSize = MakeRadio(page, "Size", "modeSize");
     modeFactor->setChecked(true);
     factor = MakeNumberEdit(page, "factor");
     factor->setText(QStringLiteral("1.0"));
@@ -130,8 +124,8 @@ CropSheet* CropSheet::Show(ShellContext& context) {
 CropSheet::CropSheet(ShellContext& context)
     : FileSetFrame(context, QStringLiteral("Crop Files"), kClassName, CropTraits()) {
     QWidget* page = Methods()->parentWidget();
-    aboutPoint = Radio(page, "About X, Y", "aboutPoint");
-    aboutCentroid = Radio(page, "About Centroid", "aboutCentroid");
+    aboutPoint = MakeRadio(page, "About X, Y", "aboutPoint");
+    aboutCentroid = MakeRadio(page, "About Centroid", "aboutCentroid");
     aboutPoint->setChecked(true);
     centerX = MakeNumberEdit(page, "centerX");
     centerY = MakeNumberEdit(page, "centerY");

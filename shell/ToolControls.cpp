@@ -8,6 +8,7 @@
 #include <QLineEdit>
 #include <QLocale>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QSlider>
 #include <QSpinBox>
 
@@ -24,6 +25,12 @@ QString FixedText(double value, int decimals) {
 void DisconnectFromChildren(QObject* window) {
     for (QObject* child : window->findChildren<QObject*>())
         QObject::disconnect(child, nullptr, window, nullptr);
+}
+
+QRadioButton* MakeRadio(QWidget* parent, const char* text, const char* name) {
+    auto* r = new QRadioButton(QString::fromLatin1(text), parent);
+    r->setObjectName(name);
+    return r;
 }
 
 QLineEdit* MakeNumberEdit(QWidget* parent, const char* name) {

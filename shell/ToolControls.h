@@ -18,6 +18,7 @@ class QCheckBox;
 class QHBoxLayout;
 class QLineEdit;
 class QPushButton;
+class QRadioButton;
 class QSlider;
 class QSpinBox;
 class QWidget;
@@ -33,6 +34,9 @@ QString FixedText(double value, int decimals);
 
 /// A number field named `name`, at most 100 pixels wide.
 QLineEdit* MakeNumberEdit(QWidget* parent, const char* name);
+
+/// A radio button with its text and object name.
+QRadioButton* MakeRadio(QWidget* parent, const char* text, const char* name);
 
 /// Cuts every connection from `window`'s child widgets to `window` itself. A window calls it
 /// as it is destroyed: its children are deleted after its own part is gone, and a line edit

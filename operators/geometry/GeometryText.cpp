@@ -23,6 +23,20 @@ bool Fail(std::string* error, const std::string& op, const std::string& what,
     return false;
 }
 
+/// Reads the interpolation name that ends a geometric text into `mode`.
+bool ReadInterpolation(std::string* rest, int* mode, std::string* error, const char* op,
+                       const std::string& text);
+
+/// The operator's own check of parsed values; `params` takes them only when it passes.
+template <class Params>
+bool Accept(const Params& p, const std::string& check, Params* params, std::string* error,
+            const char* op, const std::string& text) {
+    if (!check.empty())
+        return Fail(error, op, check, text);
+    *params = p;
+    return true;
+}
+
 void SetError(std::string* error, const std::string& text) {
     if (error)
         *error = text;
@@ -81,6 +95,21 @@ int InterpolationOfName(const std::string& name) {
     return 0;
 }
 
+namespace {
+
+bool ReadInterpolation(std::string* rest, int* mode, std::string* error, const char* op,
+                       const std::string& text) {
+    std::string value;
+    if (!NextValue(&value, rest))
+        return Fail(error, op, "interpolation missing", text);
+    *mode = InterpolationOfName(value);
+    if (*mode == 0)
+        return Fail(error, op, "interpolation unknown", text);
+    return true;
+}
+
+} // namespace
+
 // ---- texts ----------------------------------------------------------------------------------
 
 std::string FormatTranslate(const TranslateParams& p) {
@@ -112,16 +141,9 @@ bool ParseTranslate(const std::string& text, TranslateParams* params, std::strin
     if (!NextValue(&value, &rest))
         return Fail(error, op, "sub-pixel missing", text);
     p.subPixel = IsYes(value);
-    if (!NextValue(&value, &rest))
-        return Fail(error, op, "interpolation missing", text);
-    p.interpolation = InterpolationOfName(value);
-    if (p.interpolation == 0)
-        return Fail(error, op, "interpolation unknown", text);
-    const std::string check = TranslateCheckText(p, 1, 1);
-    if (!check.empty())
-        return Fail(error, op, check, text);
-    *params = p;
-    return true;
+    if (!ReadInterpolation(&rest, &p.interpolation, error, op, text))
+        return false;
+    return Accept(p, TranslateCheckText(p, 1, 1), params, error, op, text);
 }
 
 std::string FormatRotate(const RotateParams& p) {
@@ -152,16 +174,9 @@ bool ParseRotate(const std::string& text, RotateParams* params, std::string* err
     if (!NextValue(&value, &rest))
         return Fail(error, op, "add border missing", text);
     p.addBorder = IsYes(value);
-    if (!NextValue(&value, &rest))
-        return Fail(error, op, "interpolation missing", text);
-    p.interpolation = InterpolationOfName(value);
-    if (p.interpolation == 0)
-        return Fail(error, op, "interpolation unknown", text);
-    const std::string check = RotateCheckText(p, 1, 1);
-    if (!check.empty())
-        return Fail(error, op, check, text);
-    *params = p;
-    return true;
+    if (!ReadInterpolation(&rest, &p.interpolation, error, op, text))
+        return false;
+    return Accept(p, RotateCheckText(p, 1, 1), params, error, op, text);
 }
 
 std::string FormatScale(const ScaleStepParams& p) {
@@ -189,16 +204,9 @@ bool ParseScale(const std::string& text, ScaleStepParams* params, std::string* e
         p.width = std::atoi(first.c_str());
         p.height = std::atoi(second.c_str());
     }
-    if (!NextValue(&value, &rest))
-        return Fail(error, op, "interpolation missing", text);
-    p.interpolation = InterpolationOfName(value);
-    if (p.interpolation == 0)
-        return Fail(error, op, "interpolation unknown", text);
-    const std::string check = ScaleCheckText(p, 1, 1);
-    if (!check.empty())
-        return Fail(error, op, check, text);
-    *params = p;
-    return true;
+    if (!ReadInterpolation(&rest, &p.interpolation, error, op, text))
+        return false;
+    return Accept(p, ScaleCheckText(p, 1, 1), params, error, op, text);
 }
 
 std::string FormatMirror(bool vertical) {
