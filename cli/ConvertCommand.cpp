@@ -23,7 +23,7 @@ const char* kConvertHelp =
     "  COMPFIT, UNCOMPFIT      16-bit FITS, Rice-compressed or not (.FIT: UNCOMPFIT)\n"
     "  COMPFIT32, UNCOMPFIT32  32-bit float FITS, losslessly compressed or not\n"
     "  TIFF16, TIFF8           uncompressed TIFF (.TIF: TIFF16)\n"
-    "  JPEG, BMP               8-bit display formats (.JPG, .BMP)\n"
+    "  JPEG, BMP, PNG          8-bit display formats (.JPG, .BMP, .PNG)\n"
     "  --stretch NAME      Levels, DDP (Digital Development), General Stretch Functions,\n"
     "                      ArcSinH, Micro Curves, or any recorded operator\n"
     "  --params TEXT       the stretch's parameter text\n"

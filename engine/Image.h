@@ -38,6 +38,7 @@ enum ImageFileKind : std::int32_t {
     KindTIFF = -5,
     KindJPEG = -6,
     KindFITS = -7,
+    KindPNG = -8, ///< written only (previews)
 };
 
 /// What the planes hold. 5 is not a colour type.
@@ -294,6 +295,7 @@ public:
     bool WriteJPEG(const std::string& path, int quality);
     bool ReadBMP(const std::string& path);
     bool WriteBMP(const std::string& path);
+    bool WritePNG(const std::string& path);
     /// SBIG with the colour type the open path chose (9, or 2..8 for the plane extensions).
     bool ReadSBIG(const std::string& path, std::uint32_t colorType);
     bool WriteSBIG(const std::string& path, std::int32_t kind);

@@ -101,6 +101,8 @@ bool Image::WriteFile(const std::string& path, std::int32_t kind) {
         return WriteFITS(path, kind);
     case KindBMP:
         return WriteBMP(path);
+    case KindPNG:
+        return WritePNG(path);
     case KindSBIG:
     case KindSBIGCompressed:
         return WriteSBIG(path, kind);

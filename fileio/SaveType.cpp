@@ -12,9 +12,9 @@ namespace {
 
 // "UNCOMPTIF" is the same format as "TIFF16" under the name Combine Files and the colour-array
 // code use.
-// "TIFF8", "JPEG" and "BMP" are offered only where files are converted (raw conversion and
+// "TIFF8", "JPEG", "BMP" and "PNG" are offered only where files are converted (raw conversion and
 // the convert command), not by the image-set operations.
-constexpr std::array<SaveTypeEntry, 10> kSaveTypes{{
+constexpr std::array<SaveTypeEntry, 11> kSaveTypes{{
     {"SAMEASINPUT", 0, 0, 0, -1, nullptr, false},
     {"COMPFIT", KindFITS, Data16, 0, 1, ".fit", false},
     {"UNCOMPFIT", KindFITS, Data16, 0, 0, ".fit", false},
@@ -25,6 +25,7 @@ constexpr std::array<SaveTypeEntry, 10> kSaveTypes{{
     {"TIFF8", KindTIFF, 0, 8, -1, ".tif", true},
     {"JPEG", KindJPEG, 0, 0, -1, ".jpg", true},
     {"BMP", KindBMP, 0, 0, -1, ".bmp", true},
+    {"PNG", KindPNG, 0, 0, -1, ".png", true},
 }};
 
 } // namespace

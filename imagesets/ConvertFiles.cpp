@@ -56,6 +56,8 @@ std::string ConvertSaveType(const std::string& outputType) {
         return "JPEG";
     if (upper == ".BMP")
         return "BMP";
+    if (upper == ".PNG")
+        return "PNG";
     if (upper == ".FIT" || upper == ".FITS")
         return "UNCOMPFIT";
     if (outputType != "SAMEASINPUT" && IsKnownSaveType(outputType, true))

@@ -21,7 +21,8 @@ struct ConvertFilesRequest {
     std::vector<std::string> files;
     std::string outputDirectory;
     std::string prefix = kConvertPrefix;
-    /// ".TIF", ".JPG", ".BMP" or ".FIT", or a save-type keyword ("TIFF8", "COMPFIT32", ...).
+    /// ".TIF", ".JPG", ".BMP", ".PNG" or ".FIT", or a save-type keyword ("TIFF8", "COMPFIT32",
+    /// ...).
     std::string outputType = ".TIF";
     /// The stretch by its operator name ("Levels", "Digital Development", "General Stretch
     /// Functions", any recorded operator) or "BCS" / "Auto Min/Max"; empty: none.
@@ -33,7 +34,7 @@ struct ConvertFilesRequest {
 };
 
 /// The save-type keyword of an output type: ".TIF" "TIFF16", ".JPG" "JPEG", ".BMP" "BMP",
-/// ".FIT" "UNCOMPFIT"; a conversion keyword stands for itself; empty when unknown.
+/// ".PNG" "PNG", ".FIT" "UNCOMPFIT"; a conversion keyword stands for itself; empty when unknown.
 std::string ConvertSaveType(const std::string& outputType);
 
 /// Empty when the request's stretch can run; else the text that stops the run: "Please apply

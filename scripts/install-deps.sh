@@ -8,6 +8,7 @@ packages=(
   libcfitsio-dev libcfitsio-bin fitsverify
   libtbb-dev
   libraw-dev libjpeg62-turbo-dev libjpeg-turbo-progs
+  libpng-dev pngcheck
   libtiff-dev
   libtiff-tools ffmpeg
   ocl-icd-opencl-dev opencl-headers

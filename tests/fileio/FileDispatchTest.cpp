@@ -156,7 +156,7 @@ TEST(SaveType, KeywordsChangeAFreshlyReadImage) {
         // The setters write 0 as the third field; SAMEASINPUT and unknown keywords touch nothing.
         EXPECT_EQ(img.colorDetail, c.known && c.keyword != std::string("SAMEASINPUT") ? 0u : 4u);
     }
-    EXPECT_EQ(SaveTypes().size(), 10u);
+    EXPECT_EQ(SaveTypes().size(), 11u);
 }
 
 TEST(SaveType, ConversionKeywordsAreKnownOnlyWhereFilesAreConverted) {
@@ -164,6 +164,7 @@ TEST(SaveType, ConversionKeywordsAreKnownOnlyWhereFilesAreConverted) {
         {"TIFF8", true, KindTIFF, Data16, 8, true, ".tif"},
         {"JPEG", true, KindJPEG, Data16, 16, true, ".jpg"},
         {"BMP", true, KindBMP, Data16, 16, true, ".bmp"},
+        {"PNG", true, KindPNG, Data16, 16, true, ".png"},
     };
     for (const SaveCase& c : cases) {
         Image img;

@@ -131,7 +131,7 @@ TEST(ConvertFiles, OutputTypesAndBrightnessStep) {
     for (const Case& c :
          {Case{".TIF", "TIFF16"}, Case{".jpg", "JPEG"}, Case{".BMP", "BMP"},
           Case{".FIT", "UNCOMPFIT"}, Case{"TIFF8", "TIFF8"}, Case{"COMPFIT32", "COMPFIT32"},
-          Case{"SAMEASINPUT", ""}, Case{".PNG", ""}})
+          Case{".png", "PNG"}, Case{"SAMEASINPUT", ""}, Case{".GIF", ""}})
         EXPECT_EQ(ConvertSaveType(c.type), c.keyword) << c.type;
 
     test::ScratchDir dir;
