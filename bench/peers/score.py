@@ -39,6 +39,17 @@ def in_adu(path, folder):
     return copy, True
 
 
+def inset_of(path, truth):
+    """The border an image lacks against the night's frames: a colour interpolation that drops
+    one pixel all round gives 1; 0 for an image of the frames' size or any other size."""
+    data, _ = read_float(path)
+    with open(truth) as f:
+        t = json.load(f)
+    h, w = data.shape[-2], data.shape[-1]
+    dw, dh = t["width"] - w, t["height"] - h
+    return dw // 2 if dw == dh and dw > 0 and dw % 2 == 0 else 0
+
+
 def measure(synth, truth, args):
     """The measure's JSON object, or raises RuntimeError with its message."""
     cmd = [synth, "measure", "--truth", truth] + args + ["--json"]
@@ -97,9 +108,11 @@ def main():
         else:
             tmp = tempfile.mkdtemp(prefix="score-", dir=os.path.dirname(os.path.abspath(a.out)))
             image, scaled = in_adu(a.image, tmp)
-            args = ["--image", image, "--frame", "0"]
+            args = ["--image", image, "--frame", "0", "--inset", str(inset_of(image, a.truth))]
             if a.reference:
-                args += ["--reference", in_adu(a.reference, tmp)[0]]
+                reference = in_adu(a.reference, tmp)[0]
+                args += ["--reference", reference,
+                         "--reference-inset", str(inset_of(reference, a.truth))]
             if scaled:
                 figures["notes"].append("[0,1] output scaled by 65535 for scoring")
             if a.stars:

@@ -166,3 +166,125 @@ TEST(AutoCommand, RawLightsAreConvertedThenInterpolatedAndStacked) {
         static_cast<std::size_t>(stack.height / 3) * stack.width + stack.width / 6;
     EXPECT_GT(stack.curPlane[0][i], 2.0f * stack.curPlane[2][i]) << "red over blue";
 }
+
+namespace {
+
+/// A number of the synth measure's JSON line, NaN when absent or null.
+double JsonNumber(const std::string& json, const std::string& key) {
+    const std::size_t at = json.find("\"" + key + "\":");
+    if (at == std::string::npos)
+        return std::nan("");
+    char* end = nullptr;
+    const char* start = json.c_str() + at + key.size() + 3;
+    const double v = std::strtod(start, &end);
+    return end == start ? std::nan("") : v;
+}
+
+} // namespace
+
+TEST(AutoCommand, RawLightsOfANightDecodeToTheLevelsOfTheirFitsTwins) {
+    ScratchDir dir;
+    std::string out;
+    for (const char* format : {"fits16", "dng"})
+        ASSERT_EQ(RunCommand(std::string(ASTRIVELLE_SYNTH) + " night --quiet --out " +
+                                 Q(dir.file(format)) + " --format " + format +
+                                 " --bayer GR,BG --size 160x120 --frames 2 --darks 1 --flats 0 "
+                                 "--flat-darks 0 --bias 0 --seed 8",
+                             &out),
+                  0)
+            << out;
+    EXPECT_TRUE(fs::exists(dir.file("dng/darks/dark_0001.fit"))) << "calibration frames stay FITS";
+    ASSERT_EQ(RunCommand(std::string(ASTRIVELLE_CLI) +
+                             " raw --quiet --conversion NoWBCFA "
+                             "--save-type UNCOMPFIT -o " +
+                             Q(dir.file("cvt")) + " " + Q(dir.file("dng/lights/light_0001.dng")) +
+                             " " + Q(dir.file("dng/lights/light_0002.dng")),
+                         &out),
+              0)
+        << out;
+    for (int i = 1; i <= 2; ++i) {
+        Image fits, raw;
+        ASSERT_TRUE(fits.ReadFile(dir.file("fits16/lights/light_000" + std::to_string(i) + ".fit"),
+                                  ".fit"));
+        ASSERT_TRUE(
+            raw.ReadFile(dir.file("cvt/CVT_light_000" + std::to_string(i) + ".fit"), ".fit"));
+        ASSERT_EQ(raw.width, fits.width);
+        ASSERT_EQ(raw.height, fits.height);
+        ASSERT_EQ(raw.colorType, ColorGray);
+        std::size_t differ = 0;
+        for (std::uint32_t k = 0; k < fits.pixelCount; ++k)
+            differ += raw.curPlane[0][k] != fits.curPlane[0][k];
+        EXPECT_EQ(differ, 0u) << "light " << i;
+    }
+
+    // A raw night needs a mosaic the raw format can hold.
+    EXPECT_NE(RunCommand(std::string(ASTRIVELLE_SYNTH) + " night --quiet --out " +
+                             Q(dir.file("bad")) + " --format dng --size 64x64 --frames 1",
+                         &out),
+              0);
+    EXPECT_NE(out.find("--format dng needs a 2x2 Bayer pattern"), std::string::npos) << out;
+}
+
+/// Moving nights through the whole process, measured against the generator's truth: the stack
+/// gains signal to noise as the square root of the frame count (at least 0.8 of it), and its
+/// stars are no wider than the aligned frames' own (misregistered frames would widen them).
+TEST(AutoCommand, MovingNightsStackToTheirTruth) {
+    struct Case {
+        const char* name;
+        const char* night; ///< generator options
+        const char* run;   ///< auto options
+        const char* reference;
+        int inset; ///< colour interpolation drops a one-pixel border
+    };
+    const int frames = 6;
+    const Case cases[] = {
+        {"mono", "--size 640x480", "--type CCD --align quick", "ASA_C_light_0001.fit", 0},
+        {"RGGB raw", "--size 640x480 --bayer RG,GB --format dng",
+         "--type DSLR --color CFA --pattern RG,GB --align quick", "ASA_BINT_C_CVT_light_0001.fit",
+         1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ScratchDir dir;
+        std::string out;
+        const std::string n = dir.file("night");
+        ASSERT_EQ(RunCommand(std::string(ASTRIVELLE_SYNTH) + " night --quiet --out " + Q(n) + " " +
+                                 c.night + " --frames " + std::to_string(frames) +
+                                 " --darks 3 --flats 3 --flat-darks 0 --bias 3 --seed 21",
+                             &out),
+                  0)
+            << out;
+        const std::string outDir = dir.file("out");
+        ASSERT_EQ(RunCommand(std::string(ASTRIVELLE_CLI) + " auto --quiet --lights " +
+                                 Q(n + "/lights") + " --darks " + Q(n + "/darks") + " --flats " +
+                                 Q(n + "/flats") + " --bias " + Q(n + "/bias") + " " + c.run +
+                                 " --combine SIGAVG --name Stack -o " + Q(outDir),
+                             &out),
+                  0)
+            << out;
+        ASSERT_TRUE(fs::exists(outDir + "/" + c.reference)) << out;
+        std::string measured;
+        const std::string measure = std::string(ASTRIVELLE_SYNTH) + " measure --json --truth " +
+                                    Q(n + "/truth.json") + " --inset " + std::to_string(c.inset);
+        ASSERT_EQ(RunCommand(measure + " --image " + Q(outDir + "/Stack.fit") + " --reference " +
+                                 Q(outDir + "/" + c.reference),
+                             &measured),
+                  0)
+            << measured;
+        // The aligned frames one by one: their mean FWHM is what a perfect registration keeps.
+        double sum = 0;
+        std::string singles;
+        for (int i = 1; i <= frames; ++i) {
+            std::string single, name = c.reference;
+            name.replace(name.size() - 5, 1, std::to_string(i));
+            ASSERT_EQ(RunCommand(measure + " --image " + Q(outDir + "/" + name), &single), 0)
+                << single;
+            sum += JsonNumber(single, "fwhm");
+            singles += single;
+        }
+        const double gain = JsonNumber(measured, "snrGain");
+        const double fwhm = JsonNumber(measured, "fwhm"), fwhm0 = sum / frames;
+        EXPECT_GE(gain, 0.8 * std::sqrt(static_cast<double>(frames))) << measured;
+        EXPECT_LE(fwhm, 1.1 * fwhm0) << measured << "\n" << singles;
+    }
+}

@@ -209,7 +209,7 @@ TEST(NightFiles, UsageErrors) {
     } cases[] = {
         {"", 2, "--out DIR is needed"},
         {" --out /tmp/x --bayer RGGB", 2, "unknown colour filter pattern \"RGGB\""},
-        {" --out /tmp/x --format jpeg", 2, "--format must be fits16, fits32 or tiff16"},
+        {" --out /tmp/x --format jpeg", 2, "--format must be fits16, fits32, tiff16 or dng"},
         {" --out /tmp/x --frames 0", 2, "--frames must be a whole number from 1 to 9999"},
         {" --out /tmp/x --size 100", 2, "--size must be WIDTHxHEIGHT"},
         {" --out /tmp/x --wobble", 2, "unknown argument --wobble"},

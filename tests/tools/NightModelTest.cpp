@@ -310,7 +310,13 @@ TEST(NightModel, BadConfigurationsAreRefused) {
         const char* text;
     };
     const Case cases[] = {
-        {[](NightConfig& c) { c.format = "png"; }, "--format must be fits16, fits32 or tiff16"},
+        {[](NightConfig& c) { c.format = "png"; },
+         "--format must be fits16, fits32, tiff16 or dng"},
+        {[](NightConfig& c) {
+             c.format = "dng";
+             c.bayer = "CYGM,CYMG";
+         },
+         "--format dng needs a 2x2 Bayer pattern (RG,GB, GR,BG, GB,RG or BG,GR)"},
         {[](NightConfig& c) { c.width = 8; }, "--size must be from 16x16 to 60000x60000"},
         {[](NightConfig& c) {
              c.frames = 1;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 /// \file The night and measure subcommands of astrivelle-synth.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -30,7 +31,8 @@ const char* kNightHelp =
     "                     CYMG,CYGM YCGM,YCMG MGCY,GMCY GMYC,MGYC (default MONO)\n"
     "  --no-motion        every frame in the position of frame 0 (flips still apply)\n"
     "  --darks N --flats N --flat-darks N --bias N   calibration frames (default 4 each)\n"
-    "  --format F         fits16, fits32 or tiff16 (default fits16)\n"
+    "  --format F         fits16, fits32, tiff16 or dng (raw DNG lights, FITS calibration\n"
+    "                     frames; needs a 2x2 --bayer) (default fits16)\n"
     "  --compress         Rice-compressed FITS\n"
     "  --meridian-flip    the middle frame turned by 180 degrees\n"
     "  --mirror           one frame mirrored left to right\n"
@@ -51,6 +53,9 @@ const char* kMeasureHelp =
     "  --stars FILE           detected stars, one \"x y\" per line (0-based, '#' comments)\n"
     "  --transform M          estimated map from frame N pixels to frame 0 pixels:\n"
     "                         \"m00,m01,m02,m10,m11,m12\"\n"
+    "  --inset N              the image lacks an N-pixel border of the frame (a colour\n"
+    "                         interpolation drops 1); the border repeats the edge pixels\n"
+    "  --reference-inset N    the same for the reference (default: the image's)\n"
     "  --json                 one JSON object instead of text\n\n"
     "noise: sigma-clipped MAD x 1.4826 of the star-free pixels after a 64-pixel background\n"
     "  mesh is removed. snrGain: (S/noise) of the image over (S/noise) of the reference, S the\n"
@@ -63,24 +68,35 @@ const char* kMeasureHelp =
 
 /// Reads an image file into one plane (the mean of the planes of a colour image); it must
 /// have the truth's size.
-bool ReadMonoPlane(const std::string& path, const Truth& truth, std::vector<float>* plane,
-                   std::string* error) {
+bool ReadMonoPlane(const std::string& path, const Truth& truth, int inset,
+                   std::vector<float>* plane, std::string* error) {
     Image img;
     if (!img.ReadFile(path, std::filesystem::path(path).extension().string())) {
         *error = "cannot read " + path + ": " + LastFileError();
         return false;
     }
-    if (img.width != truth.width || img.height != truth.height) {
+    const int w = truth.width, h = truth.height;
+    const int iw = w - 2 * inset, ih = h - 2 * inset;
+    if (static_cast<int>(img.width) != iw || static_cast<int>(img.height) != ih) {
         *error = path + " is " + std::to_string(img.width) + "x" + std::to_string(img.height) +
-                 " but the night's frames are " + std::to_string(truth.width) + "x" +
-                 std::to_string(truth.height);
+                 " but the night's frames are " + std::to_string(w) + "x" + std::to_string(h) +
+                 (inset ? " less a border of " + std::to_string(inset) : std::string());
         return false;
     }
+    // The missing border repeats the nearest pixel of the image.
     const std::vector<int> slots = img.Slots();
-    plane->assign(img.pixelCount, 0.0f);
-    for (int s : slots)
-        for (std::uint32_t i = 0; i < img.pixelCount; ++i)
-            (*plane)[i] += img.curPlane[s][i] / static_cast<float>(slots.size());
+    plane->assign(static_cast<std::size_t>(w) * h, 0.0f);
+    for (int y = 0; y < h; ++y) {
+        const int sy = std::clamp(y - inset, 0, ih - 1);
+        for (int x = 0; x < w; ++x) {
+            const std::size_t from =
+                static_cast<std::size_t>(sy) * iw + std::clamp(x - inset, 0, iw - 1);
+            float sum = 0;
+            for (int s : slots)
+                sum += img.curPlane[s][from];
+            (*plane)[static_cast<std::size_t>(y) * w + x] = sum / static_cast<float>(slots.size());
+        }
+    }
     return true;
 }
 
@@ -192,18 +208,20 @@ int RunMeasure(const std::vector<std::string>& args) {
     std::string error;
     if (!opt.Parse(args,
                    {"--truth", "--image", "--frame", "--reference", "--reference-frame", "--stars",
-                    "--transform"},
+                    "--transform", "--inset", "--reference-inset"},
                    {"--json"}, &error)) {
         std::fprintf(stderr, "astrivelle-synth measure: %s\n", error.c_str());
         return 2;
     }
-    long long frame = 0, referenceFrame = 0;
+    long long frame = 0, referenceFrame = 0, inset = 0, referenceInset = -1;
     if (!opt.Has("--truth") || !opt.Has("--image")) {
         std::fputs("astrivelle-synth measure: --truth FILE and --image FILE are needed\n", stderr);
         return 2;
     }
     if (!opt.Int("--frame", 0, 9999, &frame, &error) ||
-        !opt.Int("--reference-frame", 0, 9999, &referenceFrame, &error)) {
+        !opt.Int("--reference-frame", 0, 9999, &referenceFrame, &error) ||
+        !opt.Int("--inset", 0, 64, &inset, &error) ||
+        !opt.Int("--reference-inset", 0, 64, &referenceInset, &error)) {
         std::fprintf(stderr, "astrivelle-synth measure: %s\n", error.c_str());
         return 2;
     }
@@ -220,9 +238,11 @@ int RunMeasure(const std::vector<std::string>& args) {
         return 1;
     }
     std::vector<float> image, reference;
-    if (!ReadMonoPlane(opt.Text("--image"), truth, &image, &error) ||
+    const int border = static_cast<int>(inset);
+    const int referenceBorder = referenceInset < 0 ? border : static_cast<int>(referenceInset);
+    if (!ReadMonoPlane(opt.Text("--image"), truth, border, &image, &error) ||
         (opt.Has("--reference") &&
-         !ReadMonoPlane(opt.Text("--reference"), truth, &reference, &error))) {
+         !ReadMonoPlane(opt.Text("--reference"), truth, referenceBorder, &reference, &error))) {
         std::fprintf(stderr, "astrivelle-synth measure: %s\n", error.c_str());
         return 1;
     }

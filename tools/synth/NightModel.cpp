@@ -8,8 +8,10 @@
 #include <filesystem>
 
 #include "engine/Image.h"
+#include "engine/Levels.h"
 #include "engine/Parallel.h"
 #include "fileio/FileDispatch.h"
+#include "tools/synth/DngFile.h"
 #include "tools/synth/Random.h"
 #include "tools/synth/StarPsf.h"
 #include "tools/synth/TiffWriter.h"
@@ -97,8 +99,14 @@ bool CheckNightConfig(const NightConfig& cfg, std::string* error) {
         *error = "--size must be from 16x16 to 60000x60000";
         return false;
     }
-    if (cfg.format != "fits16" && cfg.format != "fits32" && cfg.format != "tiff16") {
-        *error = "--format must be fits16, fits32 or tiff16";
+    if (cfg.format != "fits16" && cfg.format != "fits32" && cfg.format != "tiff16" &&
+        cfg.format != "dng") {
+        *error = "--format must be fits16, fits32, tiff16 or dng";
+        return false;
+    }
+    std::array<std::uint8_t, 4> cells;
+    if (cfg.format == "dng" && !DngCfaColours(cfg.bayer, &cells)) {
+        *error = "--format dng needs a 2x2 Bayer pattern (RG,GB, GR,BG, GB,RG or BG,GR)";
         return false;
     }
     if (!(cfg.exposure > 0) || !(cfg.flatExposure > 0)) {
@@ -169,7 +177,7 @@ bool NightModel::Build(const NightConfig& cfg, std::string* error) {
     const int mirrorFrame =
         cfg.mirror ? (cfg.meridianFlip ? cfg.frames / 2 + 1 : cfg.frames / 2) : -1;
     t.trailFrame = cfg.trail ? (cfg.frames > 1 ? 1 : 0) : -1;
-    const char* ext = cfg.format == "tiff16" ? ".tif" : ".fit";
+    const char* ext = cfg.format == "tiff16" ? ".tif" : cfg.format == "dng" ? ".dng" : ".fit";
     double minFwhm = 1e9, maxSky = 0;
     for (int i = 0; i < cfg.frames; ++i) {
         Random fr = Random::Stream(cfg.seed, kFrameStreamBase + static_cast<std::uint64_t>(i));
@@ -281,7 +289,9 @@ bool NightModel::Build(const NightConfig& cfg, std::string* error) {
         out->clear();
         for (int i = 0; i < n; ++i) {
             char name[80];
-            std::snprintf(name, sizeof name, "%s/%s_%04d%s", folder, stem, i + 1, ext);
+            // Raw nights have raw lights only: a camera's calibration frames come as FITS.
+            std::snprintf(name, sizeof name, "%s/%s_%04d%s", folder, stem, i + 1,
+                          cfg.format == "dng" ? ".fit" : ext);
             out->push_back(name);
         }
     };
@@ -488,6 +498,30 @@ std::string Real(double v) {
     return buf;
 }
 
+/// A light frame as a camera raw file: the mosaic as it is, with a black level of 0 and a
+/// white level of 65535, so that a plain conversion of the mosaic gives back the levels the
+/// FITS calibration frames of the same night are on.
+bool WriteRawLight(const std::string& path, const float* plane, const Truth& t, double exposure,
+                   int number, std::string* error) {
+    DngImage raw;
+    raw.width = t.width;
+    raw.height = t.height;
+    raw.pattern = t.bayer;
+    raw.blackLevel = 0;
+    raw.whiteLevel = 65535;
+    raw.exposureNumerator = static_cast<std::uint32_t>(std::lround(exposure * 1000));
+    raw.exposureDenominator = 1000;
+    raw.model = "Synth Night";
+    // One frame a minute from 21:00.
+    char when[32];
+    std::snprintf(when, sizeof when, "2024:03:15 %02d:%02d:00", 21 + number / 60 % 3, number % 60);
+    raw.dateTime = when;
+    raw.samples.resize(static_cast<std::size_t>(t.width) * t.height);
+    for (std::size_t i = 0; i < raw.samples.size(); ++i)
+        raw.samples[i] = static_cast<std::uint16_t>(RoundLevel16(plane[i])); // as FITS rounds
+    return WriteDng(path, raw, error);
+}
+
 } // namespace
 
 bool WriteNight(const NightConfig& config, const std::string& dir, std::string* error,
@@ -531,7 +565,9 @@ bool WriteNight(const NightConfig& config, const std::string& dir, std::string* 
             AddCard(cards, "BAYERPAT", t.bayer, CardString, "colour filter pattern");
         AddCard(cards, "OBJECT", "Synthetic night", CardString, "");
         bool ok;
-        if (config.format == "tiff16") {
+        if (config.format == "dng" && rel.rfind(".dng") == rel.size() - 4) {
+            ok = WriteRawLight(path, plane, t, exposure, number, error);
+        } else if (config.format == "tiff16") {
             std::string description;
             for (const CFITSHeader& c : cards)
                 description += (description.empty() ? "" : "\n") + c.key + "=" + c.value;
