@@ -661,8 +661,9 @@ StepOutcome FromRun(const FileOpResult& run) {
 
 class Runner {
 public:
-    Runner(const CAutoProcessParams& p, IProgress* progress, INotify* notify, FileSetRunResult* r)
-        : p_(p), progress_(progress), notify_(notify), r_(r) {}
+    Runner(const CAutoProcessParams& p, IProgress* progress, INotify* notify, FileSetRunResult* r,
+           const FileSetStepObserver& onStep)
+        : p_(p), progress_(progress), notify_(notify), r_(r), onStep_(onStep) {}
 
     bool Cancelled() const { return progress_ && progress_->Cancelled(); }
 
@@ -929,7 +930,13 @@ private:
     IProgress* progress_;
     INotify* notify_;
     FileSetRunResult* r_;
+    const FileSetStepObserver& onStep_;
     int frameWidth_ = 0, frameHeight_ = 0;
+
+    void Told(std::size_t index) {
+        if (onStep_)
+            onStep_(index, r_->steps[index]);
+    }
 
     /// The size of the first light that can be read: the size of the colour frame.
     void FirstLightSize(const std::vector<std::string>& lights) {
@@ -990,6 +997,7 @@ void Runner::Run() {
         Status(step.name + " - " + step.detail + "...");
         if (progress_)
             progress_->SetProgress(0, 1);
+        Told(i);
         const std::string& n = step.name;
         StepOutcome o;
         bool lightStep = false;
@@ -1072,6 +1080,7 @@ void Runner::Run() {
         if (o.cancelled) {
             step.state = kFileSetError;
             r_->cancelled = true;
+            Told(i);
             break;
         }
         // A light step that leaves nothing stops the run before the next worker.
@@ -1083,6 +1092,7 @@ void Runner::Run() {
             step.state = kFileSetError;
             r_->text = kFileSetInputEmptyText;
             r_->status = kFileSetInputEmptyStatus;
+            Told(i);
             break;
         }
         if (!o.ok) {
@@ -1091,10 +1101,12 @@ void Runner::Run() {
             r_->status = o.status.empty() ? step.name + " - " + kFileSetError : o.status;
             if (notify_ && !o.text.empty())
                 notify_->Message(o.text);
+            Told(i);
             break;
         }
         step.state = kFileSetCompleted;
         Status(step.name + " - " + kFileSetCompleted);
+        Told(i);
         if (!stageTwo.empty()) {
             // `step` and `n` refer into the queue: nothing below this may use them.
             r_->steps.insert(r_->steps.end(), stageTwo.begin(), stageTwo.end());
@@ -1142,7 +1154,8 @@ void Runner::Run() {
 } // namespace
 
 FileSetRunResult RunFileSetProcess(const CAutoProcessParams& params, IProgress* progress,
-                                   INotify* notify, CalibrationSetup* setup, bool setupDialogOpen) {
+                                   INotify* notify, CalibrationSetup* setup, bool setupDialogOpen,
+                                   const FileSetStepObserver& onStep) {
     FileSetRunResult result;
     if (setup)
         result.setup = *setup;
@@ -1169,7 +1182,7 @@ FileSetRunResult RunFileSetProcess(const CAutoProcessParams& params, IProgress* 
         return result;
     }
     result.started = true;
-    Runner runner(run, progress, notify, &result);
+    Runner runner(run, progress, notify, &result, onStep);
     runner.Run();
     if (setup)
         *setup = result.setup;

@@ -5,6 +5,8 @@
 /// step is the worker of the operation that owns it, run in turn with the previous step's
 /// outputs as its input; the set steps write the masters into the calibration setup.
 #pragma once
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -169,14 +171,21 @@ struct FileSetRunResult {
 /// The statistics summary of a finished run (see FileSetRunResult).
 std::string FileSetSummary(const FileSetRunResult& result);
 
+/// Told, on the running thread, of each step of the queue as it starts (its state empty) and
+/// as it ends ("Completed" or "Error"); `index` is the step's place in
+/// FileSetRunResult::steps (stage two follows the conversions).
+using FileSetStepObserver = std::function<void(std::size_t index, const CFileSetOpElement& step)>;
+
 /// Runs the whole process on the calling thread: the checks, the queue, each step through its
 /// worker with the previous light step's outputs, the set steps into `setup` (cleared of
 /// frames first; may be null), "Minimize Hard Drive Use ", and the summary. The outputs stand
 /// in FileOpLists() under "Processed ... Frames". The cancel flag of `progress` ends the run
 /// after the running worker stops ("Processing Canceled"). A second run while one is going is
-/// refused with "Auto Image Set Processing Is Currently Busy.".
+/// refused with "Auto Image Set Processing Is Currently Busy.". `onStep`, when set, follows
+/// the queue step by step.
 FileSetRunResult RunFileSetProcess(const CAutoProcessParams& params, IProgress* progress,
                                    INotify* notify, CalibrationSetup* setup = nullptr,
-                                   bool setupDialogOpen = false);
+                                   bool setupDialogOpen = false,
+                                   const FileSetStepObserver& onStep = {});
 
 } // namespace astrivelle

@@ -44,6 +44,9 @@ bool ReadNoiseGainRunning() {
 std::string FileOpStartRefusal(FileOpKind kind) {
     if (ReadNoiseGainRunning())
         return kReadNoiseGainBusyText;
+    // The automatic process runs the operations' own workers: no other run may start meanwhile.
+    if (kind != FileOpKind::Automatic && IsFileOpBusy(FileOpKind::Automatic))
+        return kAutomaticInProgressText;
     if (kind == FileOpKind::Count_)
         return {};
     if (IsFileOpBusy(kind))

@@ -12,6 +12,8 @@
 
 namespace astrivelle {
 
+/// What every other file operation answers while the automatic image-set process runs.
+inline constexpr const char* kAutomaticInProgressText = "Automatic Image Set Process In Progress.";
 /// The name of the file the write test creates and deletes in an output folder.
 inline constexpr const char* kOutputTestFileName = "AstrivelleTESTPATH1#2#3.txt";
 /// Shown when an output folder can't take files: the folder, then the system's error text.

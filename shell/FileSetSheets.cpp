@@ -14,6 +14,7 @@
 #include "shell/CombineSheet.h"
 #include "shell/ConvertSheet.h"
 #include "shell/FileSetFrame.h"
+#include "shell/FileSetProcessSheet.h"
 #include "shell/FilterFilesSheet.h"
 #include "shell/GradeSheet.h"
 #include "shell/NormalizeSheet.h"
@@ -84,6 +85,10 @@ void BuildFileSetMenu(QMenu* menu, ShellContext& context) {
         auto show = entry.show;
         QObject::connect(a, &QAction::triggered, menu, [&context, show] { show(context); });
     }
+    QAction* automatic = menu->addAction(QStringLiteral("&Automatic Image Set Process..."));
+    automatic->setObjectName(QStringLiteral("actionFileSetProcess"));
+    QObject::connect(automatic, &QAction::triggered, menu,
+                     [&context] { FileSetProcessSheet::Show(context); });
     menu->addSeparator();
     QAction* gain = menu->addAction(QStringLiteral("Compute Read Noise and Gain..."));
     gain->setObjectName(QStringLiteral("actionReadNoiseGain"));

@@ -103,7 +103,7 @@ GradeSheet::GradeSheet(ShellContext& context)
     percentValue = new QComboBox(starBox);
     percentValue->setObjectName("percentValue");
     for (int p = 95; p >= 5; p -= 5)
-        percentValue->addItem(QString::asprintf(" %3d%% ", p));
+        percentValue->addItem(QString::asprintf(" %2d%% ", p));
     percentValue->setCurrentIndex(9); // 50%
     starGrid->addWidget(maxEcc, 0, 0);
     starGrid->addWidget(maxEccValue, 0, 1);

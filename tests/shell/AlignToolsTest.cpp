@@ -626,7 +626,7 @@ TEST(GradeSheet, StarShapeRequestsAndTheirRuns) {
         double limit;
     };
     const Case cases[] = {{"maxEcc", " 0.60", kGradeMaxEcc, 0.60},
-                          {"percentEcc", "  70% ", kGradePercentEcc, 70},
+                          {"percentEcc", " 70% ", kGradePercentEcc, 70},
                           {"autoEcc", nullptr, kGradeAutoEcc, 0.5}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.button);

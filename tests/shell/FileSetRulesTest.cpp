@@ -28,8 +28,12 @@ TEST(FileSetRules, StartRefusals) {
         EXPECT_EQ(FileOpStartRefusal(FileOpKind::Count_), "");
     }
     {
+        // Every other operation, those without a kind included, is locked while it runs.
         FileOpBusy automatic(FileOpKind::Automatic);
-        EXPECT_EQ(FileOpStartRefusal(FileOpKind::Calibrate), "");
+        for (FileOpKind other : {FileOpKind::Calibrate, FileOpKind::Crop, FileOpKind::Count_})
+            EXPECT_EQ(FileOpStartRefusal(other), "Automatic Image Set Process In Progress.");
+        EXPECT_EQ(FileOpStartRefusal(FileOpKind::Automatic),
+                  "Auto Image Set Processing Is Currently Busy.");
     }
     SetReadNoiseGainRunning(true);
     EXPECT_EQ(FileOpStartRefusal(FileOpKind::Resize), kReadNoiseGainBusyText);
