@@ -99,6 +99,14 @@ double LevelsTransfer(const LevelsSet& set, double p);
 /// Applies the sets to the planes the colour mode selects (pending false, as replay does).
 bool ApplyLevelsParams(Image& image, const LevelsParams& params, bool pending = false);
 
+namespace levels_testing {
+/// The table form of large images over `n` values, `lanes` (1, 4 or 8) at a time. False when
+/// the processor cannot run that many or the curve takes no table.
+bool TableForm(int black, int midtone, int midtoneIntensity, double blackGamma, double whiteGamma,
+               int white, int outputBlack, int outputWhite, double top, const float* in, float* out,
+               std::size_t n, int lanes);
+} // namespace levels_testing
+
 // ---- Micro Curves -------------------------------------------------------------------------
 
 /// One slot: its curve and the range it applies to (0..65535 in the tool).

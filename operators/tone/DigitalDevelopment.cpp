@@ -14,10 +14,13 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <vector>
 
+#include "engine/Hsv.h"
 #include "engine/Image.h"
+#include "engine/Levels.h"
 #include "engine/Notify.h"
 #include "engine/PageAlloc.h"
 #include "engine/Parallel.h"
@@ -40,27 +43,61 @@ bool Cancelled(const IProgress* progress) {
     return progress && progress->Cancelled();
 }
 
-/// A scratch plane from the page allocator (subject to the test budget).
+/// The last run's scratch plane, kept for the next run on a plane of the same size: touching a
+/// fresh plane costs a page fault per page, more than the pass that fills it. One plane at most
+/// is kept; a run on another size frees it.
+std::mutex gKeptMutex;
+float* gKeptPlane = nullptr;
+std::size_t gKeptCount = 0;
+
+/// A scratch plane (its contents undefined): the kept one when it fits, else one from the page
+/// allocator; subject to the test budget either way.
 float* ScratchPlane(std::size_t count) {
     int budget = gAllocationBudget.load();
     while (budget > 0 && !gAllocationBudget.compare_exchange_weak(budget, budget - 1)) {
     }
     if (budget == 0)
         return nullptr;
+    float* stale = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(gKeptMutex);
+        if (gKeptPlane && gKeptCount == count) {
+            float* p = gKeptPlane;
+            gKeptPlane = nullptr;
+            return p;
+        }
+        stale = gKeptPlane; // the wrong size: no use keeping it
+        gKeptPlane = nullptr;
+    }
+    PageFree(stale);
     return AllocPlane(count);
 }
 
-/// Scratch planes released when the run ends.
+/// Hands a scratch plane back: kept for the next run, the one kept before it freed.
+void KeepScratchPlane(float* plane, std::size_t count) {
+    float* stale = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(gKeptMutex);
+        stale = gKeptPlane;
+        gKeptPlane = plane;
+        gKeptCount = count;
+    }
+    PageFree(stale);
+}
+
+/// Scratch planes handed back when the run ends.
 struct ScratchPlanes {
     std::vector<float*> planes;
+    std::size_t count = 0;
     ~ScratchPlanes() {
         for (float* p : planes)
-            PageFree(p);
+            KeepScratchPlane(p, count);
     }
     /// False (and nothing kept) when one of the `n` planes cannot be had.
-    bool Take(int n, std::size_t count) {
+    bool Take(int n, std::size_t size) {
+        count = size;
         for (int k = 0; k < n; ++k) {
-            float* p = ScratchPlane(count);
+            float* p = ScratchPlane(size);
             if (!p)
                 return false;
             planes.push_back(p);
@@ -336,6 +373,85 @@ Outcome CurvePlane(const Image& img, const float* src, int offset, const PreStre
     return Cancelled(progress) ? Outcome::Cancelled : Outcome::Done;
 }
 
+/// Four lanes of doubles and of their masks, four floats.
+typedef double DoubleLanes __attribute__((vector_size(32)));
+typedef long long MaskLanes __attribute__((vector_size(32)));
+typedef float FloatLanes __attribute__((vector_size(16)));
+
+/// The curve and decompress-colour step of one row from its pre-stretched values, four pixels
+/// at a time without branches. Each lane makes the same operations in the same order as
+/// DecompressColor, so the results are the same floats. Only a pixel whose red is the largest
+/// and 0 reads the held blue ratio; those are redone one at a time with the ratio of the last
+/// pixel before them (in the row) that set it.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+void ColourRow(const double* r, const double* g, const double* b, int w, const DdpCurve& curve,
+               const double weights[3], double top, float* outR, float* outG, float* outB) {
+    const double wr = weights[0], wg = weights[1], wb = weights[2];
+    int lastRatio = -1; // the last pixel whose red was the largest and not 0
+    auto one = [&](int x) {
+        double held = lastRatio < 0 ? kDdpRowStartBlueRatio : b[lastRatio] / r[lastRatio];
+        double R, G, B;
+        DecompressColor(r[x], g[x], b[x], curve.Plain(r[x]), curve.Plain(g[x]), curve.Plain(b[x]),
+                        wr, wg, wb, &held, &R, &G, &B);
+        outR[x] = static_cast<float>(ClampStretch(R, 0.0, top));
+        outG[x] = static_cast<float>(ClampStretch(G, 0.0, top));
+        outB[x] = static_cast<float>(ClampStretch(B, 0.0, top));
+        if (r[x] >= g[x] && r[x] >= b[x] && r[x] != 0.0)
+            lastRatio = x;
+    };
+    const DoubleLanes zero = {0, 0, 0, 0}, small = zero + 0.001, topLanes = zero + top;
+    // Written out in place: vectors are neither passed nor returned by value.
+#define ASTRIVELLE_PLAIN(v) ((v) / ((v) + curve.a + 1.0) * curve.top + curve.backgroundMin)
+#define ASTRIVELLE_CLAMP(v) ((v) >= 0.0 ? ((v) > topLanes ? topLanes : (v)) : zero)
+    int x = 0;
+    for (; x + 4 <= w; x += 4) {
+        DoubleLanes vr, vg, vb;
+        std::memcpy(&vr, r + x, sizeof vr);
+        std::memcpy(&vg, g + x, sizeof vg);
+        std::memcpy(&vb, b + x, sizeof vb);
+        const MaskLanes redMax = (vr >= vg) & (vr >= vb);
+        const MaskLanes greenMax = ~redMax & (vg >= vr) & (vg >= vb);
+        const MaskLanes blueMax = ~redMax & ~greenMax;
+        const DoubleLanes sr = ASTRIVELLE_PLAIN(vr), sg = ASTRIVELLE_PLAIN(vg),
+                          sb = ASTRIVELLE_PLAIN(vb);
+        const DoubleLanes m = redMax ? vr : (greenMax ? vg : vb);
+        const DoubleLanes d = redMax ? m : (m != 0.0 ? m : small);
+        const DoubleLanes sm = redMax ? sr : (greenMax ? sg : sb);
+        const DoubleLanes wm = redMax ? zero + wr : (greenMax ? zero + wg : zero + wb);
+        const DoubleLanes keep = 1.0 - wm;
+        const DoubleLanes R = redMax ? sr : vr / d * sm * wm + keep * sr;
+        const DoubleLanes G = greenMax ? sg : vg / d * sm * wm + keep * sg;
+        const DoubleLanes B = blueMax ? sb : vb / d * sm * wm + keep * sb;
+        const FloatLanes fr = __builtin_convertvector(ASTRIVELLE_CLAMP(R), FloatLanes);
+        const FloatLanes fg = __builtin_convertvector(ASTRIVELLE_CLAMP(G), FloatLanes);
+        const FloatLanes fb = __builtin_convertvector(ASTRIVELLE_CLAMP(B), FloatLanes);
+        std::memcpy(outR + x, &fr, sizeof fr);
+        std::memcpy(outG + x, &fg, sizeof fg);
+        std::memcpy(outB + x, &fb, sizeof fb);
+        const MaskLanes held = redMax & (vr == 0.0);
+        const MaskLanes sets = redMax & (vr != 0.0);
+        if ((held[0] | held[1] | held[2] | held[3]) != 0) {
+            for (int j = 0; j < 4; ++j)
+                if (held[j])
+                    one(x + j);
+                else if (sets[j])
+                    lastRatio = x + j;
+        } else {
+            for (int j = 3; j >= 0; --j)
+                if (sets[j]) {
+                    lastRatio = x + j;
+                    break;
+                }
+        }
+    }
+    for (; x < w; ++x)
+        one(x);
+#undef ASTRIVELLE_PLAIN
+#undef ASTRIVELLE_CLAMP
+}
+
 } // namespace
 
 namespace stretch_testing {
@@ -460,25 +576,37 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
     const float* in[3] = {prevPlane[0], prevPlane[1], prevPlane[2]};
     float* out[3] = {curPlane[0], curPlane[1], curPlane[2]};
 
-    // 1. The curve of each channel, then the decompress-colour step.
-    ParallelRows(height, [&](int y0, int y1) {
-        for (int y = y0; y < y1 && !Cancelled(progress); ++y) {
-            double held = kDdpRowStartBlueRatio;
-            for (std::size_t i = static_cast<std::size_t>(y) * w,
-                             e = i + static_cast<std::size_t>(w);
-                 i < e; ++i) {
-                const double r = pre(static_cast<double>(in[0][i]) + offset[0]);
-                const double g = pre(static_cast<double>(in[1][i]) + offset[1]);
-                const double b = pre(static_cast<double>(in[2][i]) + offset[2]);
-                double R, G, B;
-                DecompressColor(r, g, b, curve.Plain(r), curve.Plain(g), curve.Plain(b), red, green,
-                                blue, &held, &R, &G, &B);
-                out[0][i] = static_cast<float>(ClampStretch(R, 0.0, top));
-                out[1][i] = static_cast<float>(ClampStretch(G, 0.0, top));
-                out[2][i] = static_cast<float>(ClampStretch(B, 0.0, top));
-            }
+    // 1. The curve of each channel, then the decompress-colour step, a row at a time from the
+    // pre-stretched values.
+    {
+        const int chunks = ChunkCount(height);
+        std::vector<double> rows;
+        try {
+            rows.assign(static_cast<std::size_t>(chunks) * 3 * w, 0.0);
+        } catch (const std::bad_alloc&) {
+            return false;
         }
-    });
+        const double weights[3] = {red, green, blue};
+        ParallelRows(chunks, [&](int c0, int c1) {
+            for (int c = c0; c < c1; ++c) {
+                double* r = rows.data() + static_cast<std::size_t>(c) * 3 * w;
+                double* g = r + w;
+                double* b = g + w;
+                const int y0 = ChunkStart(c, chunks, height),
+                          y1 = ChunkStart(c + 1, chunks, height);
+                for (int y = y0; y < y1 && !Cancelled(progress); ++y) {
+                    const std::size_t row = static_cast<std::size_t>(y) * w;
+                    for (int x = 0; x < w; ++x) {
+                        r[x] = pre(static_cast<double>(in[0][row + x]) + offset[0]);
+                        g[x] = pre(static_cast<double>(in[1][row + x]) + offset[1]);
+                        b[x] = pre(static_cast<double>(in[2][row + x]) + offset[2]);
+                    }
+                    ColourRow(r, g, b, w, curve, weights, top, out[0] + row, out[1] + row,
+                              out[2] + row);
+                }
+            }
+        });
+    }
     if (Cancelled(progress))
         return false;
     if (progress)
@@ -513,8 +641,8 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
     auto replaceValue = [&out, top](std::size_t i, double newValue) {
         const double second = static_cast<float>(ClampStretch(newValue, 0.0, top));
         double h, s, v, r, g, b;
-        RgbToHsv(out[0][i], out[1][i], out[2][i], &h, &s, &v);
-        HsvToRgb(h, s, second, &r, &g, &b);
+        HexconeFromRgb(out[0][i], out[1][i], out[2][i], &h, &s, &v);
+        RgbFromHexcone(h, s, second, &r, &g, &b);
         out[0][i] = static_cast<float>(ClampStretch(r, 0.0, top));
         out[1][i] = static_cast<float>(ClampStretch(g, 0.0, top));
         out[2][i] = static_cast<float>(ClampStretch(b, 0.0, top));

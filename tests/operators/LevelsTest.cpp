@@ -4,10 +4,12 @@
 /// text and its replay.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
+#include <vector>
 
 #include "TestSupport.h"
 #include "engine/ProcessStructure.h"
@@ -488,4 +490,90 @@ TEST(LevelsOperator, RepeatWhilePendingStartsFromTheSameInput) {
     EXPECT_EQ(w.history.size(), 2u) << "a live repeat edits the same step";
     for (std::uint32_t i = 0; i < w.image.pixelCount; ++i)
         ASSERT_EQ(w.image.curPlane[0][i], Oracle(p.sets[1], w.image.prevPlane[0][i]));
+}
+
+TEST(Levels, TableFormEqualsThePlainRuleAtEveryWidth) {
+    // The table of large planes (cubic per unit interval, settled by its bound or evaluated by
+    // the curve) against the rule written out, in each width the processor runs: whole and
+    // fractional levels, values at, within a hair of and a few levels from each segment end,
+    // subnormals, out-of-range values, and curves from both fixed and random settings.
+    std::vector<LevelsSet> curves = {
+        Set(1200, 9000, 30000, 0.8, 1.3, 60000, 0, 65535),
+        Set(0, 32767, 32767, 0.0, 0.0, 65535, 0, 65535), // gammas 0 -> 0.001
+        Set(100, 30000, 20000, 0.3, 2.7, 60000, 50, 64000),
+        Set(500, 20000, 40000, 2.7, 0.3, 50000, 0, 65535),
+        Set(0, 1, 30000, 1.0, 1.0, 65535, 0, 65535),
+        Set(20000, 30000, 10000, 2.7, 1.0, 50000, 65535, 0), // inverted output
+        Set(10, 200, 60000, 0.3, 0.3, 400, 70000, 90000),    // clamps to the maximum
+        Set(3, 700, 1000, 9.5, 0.05, 900, 0, 65535),
+    };
+    std::mt19937 rng(29);
+    const double gammas[] = {0.0, 0.3, 1.0, 2.7};
+    for (int k = 0; k < 8; ++k) {
+        std::uniform_int_distribution<int> level(0, 65535);
+        int ends[3] = {level(rng), level(rng), level(rng)};
+        std::sort(ends, ends + 3);
+        if (ends[0] == ends[1] || ends[1] == ends[2])
+            continue;
+        const double bg = k < 4 ? gammas[k] : std::uniform_real_distribution<double>(0.05, 5)(rng);
+        const double wg =
+            k < 4 ? gammas[3 - k] : std::uniform_real_distribution<double>(0.05, 5)(rng);
+        curves.push_back(Set(ends[0], ends[1], level(rng), bg, wg, ends[2], level(rng) / 4,
+                             65535 - level(rng) / 4));
+    }
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f), any(-5.0f, 66000.0f);
+    for (const LevelsSet& s : curves) {
+        std::vector<float> in;
+        for (int end : {s.black, s.midtone, s.white}) {
+            const float e = static_cast<float>(end);
+            for (float d : {0.0f, 1e-3f, -1e-3f, 0.5f, -0.5f, 1.0f, -1.0f, 0.25f, 3.75f})
+                in.push_back(e + d);
+            in.push_back(std::nextafter(e, 0.0f));
+            in.push_back(std::nextafter(e, 1e9f));
+            for (int i = 0; i < 200; ++i)
+                in.push_back(e + (unit(rng) - 0.5f) * 16.0f);
+        }
+        for (float v : {1e-45f, 1e-40f, 0.0f, -0.0f, 65535.0f, 65535.5f, 65536.0f, 65536.5f, 1e9f,
+                        std::numeric_limits<float>::quiet_NaN()})
+            in.push_back(v);
+        for (int i = 0; i < 20000; ++i)
+            in.push_back(i % 3 == 0 ? std::floor(any(rng)) : any(rng));
+        for (int lanes : {1, 4, 8}) {
+            std::vector<float> out(in.size(), -7.0f);
+            if (!levels_testing::TableForm(s.black, s.midtone, s.midtoneIntensity, s.blackGamma,
+                                           s.whiteGamma, s.white, s.outputBlack, s.outputWhite,
+                                           65535.0, in.data(), out.data(), in.size(), lanes)) {
+                EXPECT_NE(lanes, 1) << "the one-at-a-time form runs everywhere";
+                continue;
+            }
+            long mismatches = 0;
+            for (std::size_t i = 0; i < in.size(); ++i) {
+                const float expect = Oracle(s, in[i]);
+                const bool same =
+                    std::isnan(expect) ? std::isnan(out[i]) : std::memcmp(&expect, &out[i], 4) == 0;
+                if (!same && ++mismatches < 5)
+                    ADD_FAILURE() << lanes << " lanes: value " << in[i] << " gives " << out[i]
+                                  << ", the plain form " << expect << " (black " << s.black
+                                  << ", midtone " << s.midtone << ", white " << s.white
+                                  << ", gammas " << s.blackGamma << ", " << s.whiteGamma << ")";
+            }
+            EXPECT_EQ(mismatches, 0);
+        }
+    }
+}
+
+TEST(Levels, TableFormRefusesCurvesItCannotBound) {
+    // Ends out of order or equal, or a gamma not positive and finite: the fast form instead.
+    const float in[4] = {1.5f, 2.5f, 3.5f, 4.5f};
+    float out[4];
+    EXPECT_FALSE(levels_testing::TableForm(1000, 1000, 30000, 2.0, 0.5, 3000, 100, 65000, 65535.0,
+                                           in, out, 4, 1));
+    EXPECT_FALSE(levels_testing::TableForm(5000, 40000, 40000, 1.0, 1.0, 40000, 0, 65535, 65535.0,
+                                           in, out, 4, 1));
+    EXPECT_FALSE(
+        levels_testing::TableForm(0, 100, 200, -1.0, 1.0, 300, 0, 65535, 65535.0, in, out, 4, 1));
+    EXPECT_FALSE(levels_testing::TableForm(0, 100, 200, 1.0, 1.0, 300, 0, 65535, 65535.0, in, out,
+                                           4, 3)); // no such width
+    EXPECT_TRUE(
+        levels_testing::TableForm(0, 100, 200, 1.0, 1.0, 300, 0, 65535, 65535.0, in, out, 4, 1));
 }

@@ -205,3 +205,61 @@ TEST(DigitalDevelopmentThreePlanes, PlainGatherOnFineFractionsEqualsTheWindowRul
             }
     }
 }
+
+TEST(DigitalDevelopmentThreePlanes, HeldBlueRatioAndGreyPixelsEqualTheStepsBitForBit) {
+    // Whole levels with the background weight at 1, so that many pixels sit exactly on their
+    // channel's median: a red of 0 that is the largest reads the blue ratio held along the row
+    // (from the row start, from a pixel just before, or from one several blocks back). Grey
+    // pixels and pixels with two equal channels take the HSV rule's edge branches. Several
+    // sizes in a row, the scratch plane of one run serving the next.
+    const Settings settings[] = {
+        {ScaleType::None, 1.0, 0.0, 1.0, 0, false, 0.0, 1.0, 0, 2000},
+        {ScaleType::None, 1.0, 0.0, 1.0, 4, false, 0.5, 1.0, 0, 2000},
+        {ScaleType::Linear, 1.2, 0.0, 1.0, 2, true, 0.8, 1.0, 20, 500},
+        {ScaleType::Root, 0.7, 0.0, 1.0, 1, false, 0.4, 1.0, 0, 900},
+    };
+    const CCustomFilter custom;
+    for (const auto& [w, h] : {std::pair{37, 11}, std::pair{64, 5}, std::pair{37, 11},
+                               std::pair{3, 4}, std::pair{203, 6}})
+        for (const Settings& s : settings) {
+            auto fill = [&](Image& img) {
+                std::mt19937 rng(w * 7 + h);
+                MakeImage(img, w, h, ColorRGB, [&](int c, int x, int y) -> double {
+                    const unsigned kind = (x * 5 + y * 3) % 9;
+                    if (kind == 0)
+                        return 1000.0; // all three on the median: red largest and 0
+                    if (kind == 1)
+                        return c == 0 ? 1000.0 : 1000.0 - (rng() % 40); // red 0, the others below
+                    if (kind == 2)
+                        return 1200.0; // grey
+                    if (kind == 3)
+                        return c == 2 ? 1300.0 : 1500.0;                      // two equal largest
+                    return 1000.0 + static_cast<double>(rng() % 400) - 240.0; // medians at 1000
+                });
+            };
+            Image img, ref;
+            fill(img);
+            fill(ref);
+            DigitalDevelopmentParams p;
+            p.scaleType = s.type;
+            p.pre.scale = s.scale;
+            p.pre.black = s.black;
+            p.pre.white = s.white;
+            p.filter = kSharpeningFilterTexts[s.filter];
+            p.fixDefects = s.fix;
+            p.strength = s.strength;
+            p.backgroundWeight = s.weight;
+            p.backgroundMin = s.bmin;
+            p.breakPoint = s.breakPoint;
+            p.red = 0.3;
+            p.green = 0.55;
+            p.blue = 0.8;
+            ASSERT_TRUE(RunDigitalDevelopment(img, p, StretchChannels{}, false, &custom, nullptr));
+            Reference(ref, s, custom);
+            for (int c = 0; c < 3; ++c)
+                for (int i = 0; i < w * h; ++i)
+                    ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
+                        << w << "x" << h << " filter " << s.filter << " plane " << c << " pixel "
+                        << i;
+        }
+}
