@@ -55,6 +55,7 @@ const char* kAutoHelp =
     "  --clip-factor F   the sigma clip factor (default 2.55)\n"
     "  --name NAME       the stack's file name (default Combined)\n"
     "  --save-type KW    intermediate file type (default UNCOMPFIT)\n"
+    "  --converted-prefix P  name prefix of the raw conversions (default CVT_)\n"
     "  --minimize-disk   delete each step's outputs when the next step has finished\n"
     "  --json            print the steps, summary and outputs as one JSON object\n"
     "  -o DIR            output folder (made when missing)\n"
@@ -123,16 +124,35 @@ int RunAuto(const std::vector<std::string>& argv) {
         std::fputs(kAutoHelp, stdout);
         return ExitOk;
     }
-    if (!ParseArguments(
-            argv,
-            {"--lights",    "--darks",      "--flats",     "--flat-darks",     "--bias",
-             "--type",      "--color",      "--pattern",   "--bayer-output",   "--aggressiveness",
-             "--normalize", "--background", "--deviation", "--grade",          "--max-ecc",
-             "--percent",   "--align",      "--combine",   "--master-combine", "--clip-factor",
-             "--name",      "--save-type",  "-o"},
-            {"--filters", "--smoothing", "--normalize-flats", "--meridian-flip", "--mirror-flip",
-             "--wide-range", "--small-stars", "--minimize-disk", "--json", "--quiet"},
-            &args, &error))
+    if (!ParseArguments(argv,
+                        {"--lights",
+                         "--darks",
+                         "--flats",
+                         "--flat-darks",
+                         "--bias",
+                         "--type",
+                         "--color",
+                         "--pattern",
+                         "--bayer-output",
+                         "--aggressiveness",
+                         "--normalize",
+                         "--background",
+                         "--deviation",
+                         "--grade",
+                         "--max-ecc",
+                         "--percent",
+                         "--align",
+                         "--combine",
+                         "--master-combine",
+                         "--clip-factor",
+                         "--name",
+                         "--save-type",
+                         "--converted-prefix",
+                         "-o"},
+                        {"--filters", "--smoothing", "--normalize-flats", "--meridian-flip",
+                         "--mirror-flip", "--wide-range", "--small-stars", "--minimize-disk",
+                         "--json", "--quiet"},
+                        &args, &error))
         return Usage(error);
     if (!args.files.empty())
         return Usage("unexpected argument " + args.files.front());
@@ -201,6 +221,7 @@ int RunAuto(const std::vector<std::string>& argv) {
         put("lights.name", args.Value("--name"));
     if (!args.Value("--save-type").empty())
         put("saveType", args.Value("--save-type"));
+    p.convertedPrefix = args.Value("--converted-prefix", p.convertedPrefix);
     p.minimizeDisk = args.Has("--minimize-disk");
     if (!ParseAutoProcessParams(record, &p))
         return Usage("an option value is not one of its keywords or numbers (see --help)");

@@ -316,6 +316,7 @@ const std::vector<Field>& Fields() {
                          p.saveType = v;
                          return true;
                      }});
+        f.push_back(TextField("convertedPrefix", &P::convertedPrefix));
         f.push_back(TextField("outputDirectory", &P::outputDirectory));
         f.push_back(BoolField("minimizeDisk", &P::minimizeDisk));
         f.push_back(BoolField("displayCombination", &P::displayCombination));
@@ -704,6 +705,7 @@ public:
         RawConvertRequest rq;
         rq.ownerName = kFileSetOwner;
         rq.outputDirectory = p_.outputDirectory;
+        rq.prefix = p_.convertedPrefix;
         rq.conversion = p_.colorType == "COLOR"        ? "Color"
                         : p_.colorType == "WBCFA"      ? "WBCFA"
                         : p_.colorType == "BASICBAYER" ? "BASICBAYER"

@@ -96,7 +96,8 @@ struct CAutoProcessParams {
 
     bool combine = true; ///< "Combine"
     double clipFactor = 2.55;
-    std::string saveType = "UNCOMPFIT"; ///< intermediate file type
+    std::string saveType = "UNCOMPFIT";   ///< intermediate file type
+    std::string convertedPrefix = "CVT_"; ///< "Converted File Prefix: " of the raw conversions
     std::string outputDirectory;
     bool minimizeDisk = false; ///< "Minimize Hard Drive Use "
     bool displayCombination = false;

@@ -47,36 +47,6 @@ std::set<FileSetFrame*>& OpenSheets() {
     return sheets;
 }
 
-/// Runs `fn` on the user interface thread and waits for it (at once when called there).
-void OnGuiAndWait(const std::function<void()>& fn) {
-    if (QThread::currentThread() == qApp->thread()) {
-        fn();
-        return;
-    }
-    QMetaObject::invokeMethod(
-        qApp, [&fn] { fn(); }, Qt::BlockingQueuedConnection);
-}
-
-/// What a worker says goes to the program's notifier on the user interface thread.
-class GuiNotify : public INotify {
-public:
-    explicit GuiNotify(INotify& target) : target_(target) {}
-    void Message(const std::string& text, const std::string& title) override {
-        OnGuiAndWait([&] { target_.Message(text, title); });
-    }
-    Answer Ask(const std::string& text, bool withCancel) override {
-        Answer answer = Answer::No;
-        OnGuiAndWait([&] { answer = target_.Ask(text, withCancel); });
-        return answer;
-    }
-    void Beep() override {
-        OnGuiAndWait([&] { target_.Beep(); });
-    }
-
-private:
-    INotify& target_;
-};
-
 constexpr int kExcludeColumn = 1;
 constexpr int kReferenceColumn = 2;
 

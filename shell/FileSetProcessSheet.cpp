@@ -130,36 +130,6 @@ void ChooseEccentricity(QComboBox* combo, double v) {
     combo->setCurrentIndex(combo->findText(text));
 }
 
-/// Runs `fn` on the user interface thread and waits for it (at once when called there).
-void OnGuiAndWait(const std::function<void()>& fn) {
-    if (QThread::currentThread() == qApp->thread()) {
-        fn();
-        return;
-    }
-    QMetaObject::invokeMethod(
-        qApp, [&fn] { fn(); }, Qt::BlockingQueuedConnection);
-}
-
-/// What the worker says goes to the program's notifier on the user interface thread.
-class GuiNotify : public INotify {
-public:
-    explicit GuiNotify(INotify& target) : target_(target) {}
-    void Message(const std::string& text, const std::string& title) override {
-        OnGuiAndWait([&] { target_.Message(text, title); });
-    }
-    Answer Ask(const std::string& text, bool withCancel) override {
-        Answer answer = Answer::No;
-        OnGuiAndWait([&] { answer = target_.Ask(text, withCancel); });
-        return answer;
-    }
-    void Beep() override {
-        OnGuiAndWait([&] { target_.Beep(); });
-    }
-
-private:
-    INotify& target_;
-};
-
 /// Passes every question to `target` and remembers that one was asked.
 class AskWatch : public INotify {
 public:
@@ -446,6 +416,9 @@ void FileSetProcessSheet::BuildProcessPage() {
     auto* combineLayout = new QFormLayout(combineBox);
     clipFactor = MakeNumberEdit(combineBox, "clipFactor");
     combineLayout->addRow(QStringLiteral("Standard Deviation Clip Factor:"), clipFactor);
+    convertedPrefix = new QLineEdit(combineBox);
+    convertedPrefix->setObjectName("convertedPrefix");
+    combineLayout->addRow(QStringLiteral("Converted File Prefix: "), convertedPrefix);
     grid->addWidget(combineBox, 3, 1);
 
     // Output folder.
@@ -640,6 +613,7 @@ bool FileSetProcessSheet::ReadParams(CAutoProcessParams* params) {
     p.minimizeDisk = minimizeDisk->isChecked();
     p.displayCombination = displayCombination->isChecked();
     p.outputDirectory = outputDirectory->text().trimmed().toStdString();
+    p.convertedPrefix = convertedPrefix->text().toStdString();
 
     // The numbers last: a refusal leaves the focus in its field.
     for (auto [edit, value] :
@@ -721,6 +695,7 @@ void FileSetProcessSheet::LoadParams(const CAutoProcessParams& p) {
     minimizeDisk->setChecked(p.minimizeDisk);
     displayCombination->setChecked(p.displayCombination);
     outputDirectory->setText(Q(p.outputDirectory));
+    convertedPrefix->setText(Q(p.convertedPrefix));
     RefreshEnabled();
 }
 

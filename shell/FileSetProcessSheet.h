@@ -128,6 +128,7 @@ public:
     QCheckBox* wideRange = nullptr;
     QCheckBox* smallStars = nullptr;
     QLineEdit* clipFactor = nullptr;
+    QLineEdit* convertedPrefix = nullptr;
     QLineEdit* outputDirectory = nullptr;
     QPushButton* browseButton = nullptr;
     QPushButton* processButton = nullptr;

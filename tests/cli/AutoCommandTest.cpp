@@ -144,10 +144,12 @@ TEST(AutoCommand, RawLightsAreConvertedThenInterpolatedAndStacked) {
         fs::copy_file(made + "/raw_RGGB.dng", lights + "/light" + std::to_string(seed) + ".dng");
     }
     const std::string outDir = dir.file("out");
-    ASSERT_EQ(RunCommand(std::string(ASTRIVELLE_CLI) + " auto --quiet --lights " + Q(lights) +
-                             " --type DSLR --color CFA --pattern RG,GB -o " + Q(outDir),
-                         &out),
-              0)
+    ASSERT_EQ(
+        RunCommand(std::string(ASTRIVELLE_CLI) + " auto --quiet --lights " + Q(lights) +
+                       " --type DSLR --color CFA --pattern RG,GB --converted-prefix RAW_ -o " +
+                       Q(outDir),
+                   &out),
+        0)
         << out;
     for (const char* line :
          {"Convert Digital Light Frames - 3 Files : Completed", "Check Converted Files",
@@ -158,7 +160,7 @@ TEST(AutoCommand, RawLightsAreConvertedThenInterpolatedAndStacked) {
     ASSERT_TRUE(stack.ReadFile(outDir + "/Combined.fit", ".fit"));
     EXPECT_EQ(stack.colorType, ColorRGB);
     Image first;
-    ASSERT_TRUE(first.ReadFile(outDir + "/BINT_CVT_light1.fit", ".fit"));
+    ASSERT_TRUE(first.ReadFile(outDir + "/BINT_RAW_light1.fit", ".fit"));
     EXPECT_EQ(stack.width, first.width);
     EXPECT_EQ(stack.height, first.height);
     // The red patch (left of the upper two thirds) stays red in the stack.

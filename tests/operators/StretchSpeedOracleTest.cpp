@@ -47,6 +47,25 @@ struct Settings {
     int bmin, breakPoint;
 };
 
+/// The operator's parameters for the settings, with colour weights of 0.3, 0.55 and 0.8.
+DigitalDevelopmentParams ParamsOf(const Settings& s) {
+    DigitalDevelopmentParams p;
+    p.scaleType = s.type;
+    p.pre.scale = s.scale;
+    p.pre.black = s.black;
+    p.pre.white = s.white;
+    p.filter = kSharpeningFilterTexts[s.filter];
+    p.fixDefects = s.fix;
+    p.strength = s.strength;
+    p.backgroundWeight = s.weight;
+    p.backgroundMin = s.bmin;
+    p.breakPoint = s.breakPoint;
+    p.red = 0.3;
+    p.green = 0.55;
+    p.blue = 0.8;
+    return p;
+}
+
 /// The three-plane run written out from its steps.
 void Reference(Image& img, const Settings& s, const CCustomFilter& custom) {
     const int w = img.width, h = img.height, n = w * h;
@@ -150,21 +169,8 @@ TEST(DigitalDevelopmentThreePlanes, EqualTheStepsWrittenOutBitForBit) {
             Image img, ref;
             Fill(img, w, h, w * 31 + h);
             Fill(ref, w, h, w * 31 + h);
-            DigitalDevelopmentParams p;
-            p.scaleType = s.type;
-            p.pre.scale = s.scale;
-            p.pre.black = s.black;
-            p.pre.white = s.white;
-            p.filter = kSharpeningFilterTexts[s.filter];
-            p.fixDefects = s.fix;
-            p.strength = s.strength;
-            p.backgroundWeight = s.weight;
-            p.backgroundMin = s.bmin;
-            p.breakPoint = s.breakPoint;
-            p.red = 0.3;
-            p.green = 0.55;
-            p.blue = 0.8;
-            ASSERT_TRUE(RunDigitalDevelopment(img, p, StretchChannels{}, false, &custom, nullptr));
+            ASSERT_TRUE(RunDigitalDevelopment(img, ParamsOf(s), StretchChannels{}, false, &custom,
+                                              nullptr));
             Reference(ref, s, custom);
             for (int c = 0; c < 3; ++c)
                 for (int i = 0; i < w * h; ++i)
@@ -240,21 +246,8 @@ TEST(DigitalDevelopmentThreePlanes, HeldBlueRatioAndGreyPixelsEqualTheStepsBitFo
             Image img, ref;
             fill(img);
             fill(ref);
-            DigitalDevelopmentParams p;
-            p.scaleType = s.type;
-            p.pre.scale = s.scale;
-            p.pre.black = s.black;
-            p.pre.white = s.white;
-            p.filter = kSharpeningFilterTexts[s.filter];
-            p.fixDefects = s.fix;
-            p.strength = s.strength;
-            p.backgroundWeight = s.weight;
-            p.backgroundMin = s.bmin;
-            p.breakPoint = s.breakPoint;
-            p.red = 0.3;
-            p.green = 0.55;
-            p.blue = 0.8;
-            ASSERT_TRUE(RunDigitalDevelopment(img, p, StretchChannels{}, false, &custom, nullptr));
+            ASSERT_TRUE(RunDigitalDevelopment(img, ParamsOf(s), StretchChannels{}, false, &custom,
+                                              nullptr));
             Reference(ref, s, custom);
             for (int c = 0; c < 3; ++c)
                 for (int i = 0; i < w * h; ++i)
