@@ -3,11 +3,13 @@
 /// sharpened through a blurred copy in the denominator, with the decompress-colour step and the
 /// value-plane sharpening on three planes; its parameter text and its replay.
 ///
-/// The box filters are summed by running sums along columns and rows (the mirror rule handled
-/// directly at the edges), which give exactly the plain gather's sum whenever every partial sum
-/// is exact in doubles; a plane where that cannot be shown, and the custom filter, take the plain
-/// gather of each window. Entries of exactly -1.0 are left out of the sum and the weight count
-/// in both.
+/// The box filters are summed by running sums down the columns, each window then the sum of its
+/// columns (the mirror rule handled directly at the edges), which give exactly the plain
+/// gather's sum whenever every partial sum is exact in doubles; a plane where that cannot be
+/// shown, and the custom filter, take the plain gather of each window. Entries of exactly -1.0
+/// are left out of the sum and the weight count in both. On three planes the medians and the
+/// value plane come from one pass, and the colour step, the window curve and the value swap
+/// from a second, a row at a time.
 #include <tbb/task_arena.h>
 
 #include <algorithm>
@@ -16,6 +18,7 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <type_traits>
 #include <vector>
 
 #include "engine/Hsv.h"
@@ -203,44 +206,67 @@ inline int ChunkStart(int c, int chunks, int rows) {
     return static_cast<int>(static_cast<long long>(rows) * c / chunks);
 }
 
+/// The exactness bound of the running sums: values that are multiples of 2^-bits, none larger
+/// than `largest` in size, give exact sums over a window of `side` x `side` (twice the largest
+/// window sum below 2^53 units of 2^-bits).
+bool SumsExactFor(int bits, double largest, int side) {
+    if (bits > 200)
+        return false;
+    return std::ldexp(2.0 * side * side * largest, bits) < 9007199254740992.0; // 2^53
+}
+
+/// What one scan of a plane tells the window sums.
+struct PlaneScan {
+    bool exact = false;    ///< every running sum over the plane is exact
+    bool minusOne = false; ///< the plane holds an entry of exactly -1.0
+};
+
 /// True when every sum the running sums form over `copy` is exact in doubles, so that they
 /// equal the plain gather's sum in any order: all values are multiples of 2^-K and twice the
-/// largest window sum stays below 2^53 units of 2^-K.
-bool RunningSumsExact(const float* copy, int w, int h, int side) {
+/// largest window sum stays below 2^53 units of 2^-K. Also says whether -1.0 occurs.
+PlaneScan ScanPlane(const float* copy, int w, int h, int side) {
     const int chunks = ChunkCount(h);
     std::vector<int> bits(static_cast<std::size_t>(chunks), 0);
     std::vector<double> largest(static_cast<std::size_t>(chunks), 0.0);
+    std::vector<char> minusOne(static_cast<std::size_t>(chunks), 0);
     ParallelRows(chunks, [&](int c0, int c1) {
         for (int c = c0; c < c1; ++c) {
             int k = 0;
             float m = 0.0f;
+            bool skip = false;
             const float* p = copy + static_cast<std::size_t>(ChunkStart(c, chunks, h)) * w;
             const float* end = copy + static_cast<std::size_t>(ChunkStart(c + 1, chunks, h)) * w;
             for (; p < end; ++p) {
                 k = std::max(k, FractionBits(*p));
                 m = std::max(m, std::fabs(*p));
+                skip |= *p == -1.0f;
             }
             bits[c] = k;
             largest[c] = m;
+            minusOne[c] = skip;
         }
     });
-    const int k = *std::max_element(bits.begin(), bits.end());
-    const double m = *std::max_element(largest.begin(), largest.end());
-    if (k > 200)
-        return false;
-    return std::ldexp(2.0 * side * side * m, k) < 9007199254740992.0; // 2^53
+    PlaneScan scan;
+    scan.exact = SumsExactFor(*std::max_element(bits.begin(), bits.end()),
+                              *std::max_element(largest.begin(), largest.end()), side);
+    scan.minusOne = std::find(minusOne.begin(), minusOne.end(), 1) != minusOne.end();
+    return scan;
 }
 
-/// Per-chunk buffers of the running sums: column sums, column counts of -1.0, blurred row.
+/// Per-chunk buffers of the window sums: column sums, column counts of -1.0, blurred row, and
+/// the three pre-stretched rows of the colour step.
 struct RowBuffers {
-    std::vector<double> colSum, blurred;
-    std::vector<int> colSkip;
-    bool Make(int chunks, int w) {
+    std::vector<double> colSum, blurred, colour;
+    std::vector<int> colSkip, rowSkip;
+    bool Make(int chunks, int w, bool colourRows) {
         try {
             const std::size_t n = static_cast<std::size_t>(chunks) * w;
             colSum.assign(n, 0.0);
             blurred.assign(n, 0.0);
             colSkip.assign(n, 0);
+            rowSkip.assign(n, 0);
+            if (colourRows)
+                colour.assign(3 * n, 0.0);
         } catch (const std::bad_alloc&) {
             return false;
         }
@@ -248,69 +274,244 @@ struct RowBuffers {
     }
 };
 
-inline double Kept(float v) {
-    return v == -1.0f ? 0.0 : static_cast<double>(v);
+/// The entries as they are summed: the plane's own values.
+struct SameValue {
+    static constexpr bool kOffset = false;
+    int offset = 0;
+    float operator()(float v) const { return v; }
+};
+
+/// The entries of the value plane with its offset, worked out as they are read: v + offset,
+/// or 1.0 where that is not above 0 (so never -1.0).
+struct OffsetValue {
+    static constexpr bool kOffset = true;
+    int offset;
+    float operator()(float v) const {
+        const double d = static_cast<double>(v) + offset;
+        return d <= 0.0 ? 1.0f : static_cast<float>(d);
+    }
+};
+
+template <class Load> inline double Kept(float v, const Load& load) {
+    const float f = load(v);
+    return f == -1.0f ? 0.0 : static_cast<double>(f);
+}
+
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define ASTRIVELLE_WIDE __attribute__((target_clones("avx2", "default")))
+#else
+#define ASTRIVELLE_WIDE
+#endif
+
+/// Column sums of a plane without -1.0 entries: one row enters and one leaves (with
+/// `leave`), or a row is added. `useOffset` reads the entries by the value plane's offset rule.
+ASTRIVELLE_WIDE void AddColumns(double* colSum, const float* enter, const float* leave, int w,
+                                bool useOffset, int offset) {
+    const OffsetValue withOffset{offset};
+    const SameValue same;
+    if (leave && useOffset)
+        for (int x = 0; x < w; ++x)
+            colSum[x] += Kept(enter[x], withOffset) - Kept(leave[x], withOffset);
+    else if (leave)
+        for (int x = 0; x < w; ++x)
+            colSum[x] += Kept(enter[x], same) - Kept(leave[x], same);
+    else if (useOffset)
+        for (int x = 0; x < w; ++x)
+            colSum[x] += Kept(enter[x], withOffset);
+    else
+        for (int x = 0; x < w; ++x)
+            colSum[x] += Kept(enter[x], same);
+}
+
+template <int half> inline void BoxSumsOf(const double* colSum, int first, int last, double* out) {
+    for (int x = first; x <= last; ++x) {
+        double sum = colSum[x - half];
+        for (int dx = -half + 1; dx <= half; ++dx)
+            sum += colSum[x + dx];
+        out[x] = sum;
+    }
+}
+
+/// The window sums of the columns first..last (windows inside the plane) from exact column
+/// sums, then, with `total`, each divided by it.
+ASTRIVELLE_WIDE void BoxSums(const double* colSum, int first, int last, int half, double* out) {
+    switch (half) {
+    case 1:
+        BoxSumsOf<1>(colSum, first, last, out);
+        break;
+    case 2:
+        BoxSumsOf<2>(colSum, first, last, out);
+        break;
+    case 3:
+        BoxSumsOf<3>(colSum, first, last, out);
+        break;
+    case 4:
+        BoxSumsOf<4>(colSum, first, last, out);
+        break;
+    default:
+        for (int x = first; x <= last; ++x)
+            out[x] = colSum[x - half];
+        for (int dx = -half + 1; dx <= half; ++dx)
+            for (int x = first; x <= last; ++x)
+                out[x] += colSum[x + dx];
+    }
+}
+
+ASTRIVELLE_WIDE void DivideRow(double* row, int w, int total) {
+    for (int x = 0; x < w; ++x)
+        row[x] = row[x] / total;
+}
+
+/// A row of pre-stretched values pre(p + offset); without a pre-stretch a plain conversion
+/// that vectorises.
+ASTRIVELLE_WIDE void PreRow(const float* in, int offset, const PreStretch& pre, int w,
+                            double* out) {
+    if (pre.type == ScaleType::None && pre.backToLevels)
+        for (int x = 0; x < w; ++x)
+            out[x] = static_cast<double>(in[x]) + offset;
+    else
+        for (int x = 0; x < w; ++x)
+            out[x] = pre(static_cast<double>(in[x]) + offset);
+}
+
+/// A row of the value plane as the window curve reads it.
+ASTRIVELLE_WIDE void ValuesOf(const float* in, int w, bool useOffset, int offset, double* out) {
+    const OffsetValue withOffset{offset};
+    if (useOffset)
+        for (int x = 0; x < w; ++x)
+            out[x] = static_cast<double>(withOffset(in[x]));
+    else
+        for (int x = 0; x < w; ++x)
+            out[x] = static_cast<double>(in[x]);
 }
 
 /// The blurred values of row y by running sums. `slide` says the column sums hold row y - 1
-/// and both windows lie inside the plane, so one row enters and one leaves.
+/// and both windows lie inside the plane, so one row enters and one leaves. Without `skips`
+/// the plane holds no -1.0 and the counts are not kept. All sums are exact (the plane passed
+/// the exactness bound), so the window sums may be added in any order: each is the sum of
+/// its columns, added column by column over the whole row.
+template <bool skips, class Load>
 void RunningRow(const float* copy, int w, int h, int y, int half, bool lowPass, bool slide,
-                double* colSum, int* colSkip, double* blurred) {
+                const Load& load, double* colSum, int* colSkip, int* rowSkip, double* blurred) {
     if (slide) {
         const float* enter = copy + static_cast<std::size_t>(y + half) * w;
         const float* leave = copy + static_cast<std::size_t>(y - half - 1) * w;
-        for (int x = 0; x < w; ++x) {
-            colSum[x] += Kept(enter[x]) - Kept(leave[x]);
-            colSkip[x] += (enter[x] == -1.0f) - (leave[x] == -1.0f);
-        }
+        if (skips)
+            for (int x = 0; x < w; ++x)
+                colSum[x] += Kept(enter[x], load) - Kept(leave[x], load);
+        else
+            AddColumns(colSum, enter, leave, w, Load::kOffset, load.offset);
+        if (skips)
+            for (int x = 0; x < w; ++x)
+                colSkip[x] += (load(enter[x]) == -1.0f) - (load(leave[x]) == -1.0f);
     } else {
         std::fill(colSum, colSum + w, 0.0);
-        std::fill(colSkip, colSkip + w, 0);
+        if (skips)
+            std::fill(colSkip, colSkip + w, 0);
         for (int dy = -half; dy <= half; ++dy) {
             const float* row = copy + static_cast<std::size_t>(MirrorIndex(y, dy, h)) * w;
-            for (int x = 0; x < w; ++x) {
-                colSum[x] += Kept(row[x]);
-                colSkip[x] += row[x] == -1.0f;
-            }
+            if (skips)
+                for (int x = 0; x < w; ++x)
+                    colSum[x] += Kept(row[x], load);
+            else
+                AddColumns(colSum, row, nullptr, w, Load::kOffset, load.offset);
+            if (skips)
+                for (int x = 0; x < w; ++x)
+                    colSkip[x] += load(row[x]) == -1.0f;
         }
     }
     const int side = 2 * half + 1;
     const int total = side * side;
-    auto finish = [&](int x, double sum, int skipped) {
-        blurred[x] = lowPass ? sum / (total - skipped) : sum;
-    };
+    // Window sums: the columns that need the mirror rule one at a time, the rest column by
+    // column over the row.
     auto direct = [&](int x) {
         double sum = 0.0;
         int skipped = 0;
         for (int dx = -half; dx <= half; ++dx) {
             const int j = MirrorIndex(x, dx, w);
             sum += colSum[j];
-            skipped += colSkip[j];
+            if (skips)
+                skipped += colSkip[j];
         }
-        finish(x, sum, skipped);
+        blurred[x] = sum;
+        if (skips)
+            rowSkip[x] = skipped;
     };
     const int first = half, last = w - half - 1; // columns whose window needs no mirror
     if (first > last) {
         for (int x = 0; x < w; ++x)
             direct(x);
+    } else {
+        for (int x = 0; x < first; ++x)
+            direct(x);
+        BoxSums(colSum, first, last, half, blurred);
+        if (skips) {
+            for (int x = first; x <= last; ++x)
+                rowSkip[x] = colSkip[x - half];
+            for (int dx = -half + 1; dx <= half; ++dx)
+                for (int x = first; x <= last; ++x)
+                    rowSkip[x] += colSkip[x + dx];
+        }
+        for (int x = last + 1; x < w; ++x)
+            direct(x);
+    }
+    if (!lowPass)
         return;
-    }
-    for (int x = 0; x < first; ++x)
-        direct(x);
-    double sum = 0.0;
-    int skipped = 0;
-    for (int j = 0; j < side; ++j) {
-        sum += colSum[j];
-        skipped += colSkip[j];
-    }
-    finish(first, sum, skipped);
-    for (int x = first + 1; x <= last; ++x) {
-        sum += colSum[x + half] - colSum[x - half - 1];
-        skipped += colSkip[x + half] - colSkip[x - half - 1];
-        finish(x, sum, skipped);
-    }
-    for (int x = last + 1; x < w; ++x)
-        direct(x);
+    if (skips)
+        for (int x = 0; x < w; ++x)
+            blurred[x] = blurred[x] / (total - rowSkip[x]);
+    else
+        DivideRow(blurred, w, total);
+}
+
+/// The blurred values of every row of `copy` (as `load` gives its entries), handed a row at a
+/// time to `rowDone(chunk, y, blurred)`. `running` takes the running sums (the plane passed
+/// the exactness bound; `skips` when it may hold -1.0), else the plain gather of each window,
+/// which reads the plane as it is.
+template <class Load, class RowDone>
+Outcome WindowRows(const float* copy, int w, int h, const WindowFilter& filter, bool running,
+                   bool skips, const Load& load, RowBuffers& buffers, int chunks, RowDone&& rowDone,
+                   IProgress* progress) {
+    ParallelRows(chunks, [&](int c0, int c1) {
+        for (int c = c0; c < c1; ++c) {
+            const std::size_t at = static_cast<std::size_t>(c) * w;
+            double* colSum = buffers.colSum.data() + at;
+            int* colSkip = buffers.colSkip.data() + at;
+            int* rowSkip = buffers.rowSkip.data() + at;
+            double* blurred = buffers.blurred.data() + at;
+            const int y0 = ChunkStart(c, chunks, h), y1 = ChunkStart(c + 1, chunks, h);
+            for (int y = y0; y < y1 && !Cancelled(progress); ++y) {
+                if (running) {
+                    const bool slide = y > y0 && y - 1 - filter.half >= 0 && y + filter.half < h;
+                    if (skips)
+                        RunningRow<true>(copy, w, h, y, filter.half, filter.lowPass, slide, load,
+                                         colSum, colSkip, rowSkip, blurred);
+                    else
+                        RunningRow<false>(copy, w, h, y, filter.half, filter.lowPass, slide, load,
+                                          colSum, colSkip, rowSkip, blurred);
+                } else if (y >= filter.half && y + filter.half < h && w > 2 * filter.half) {
+                    const int first = filter.half,
+                              last = w - filter.half; // inside: [first, last)
+                    for (int x = 0; x < first; ++x)
+                        blurred[x] = PlainWindow(copy, w, h, x, y, filter);
+                    for (int x = first; x < last; ++x)
+                        blurred[x] = PlainWindowInside(copy, w, x, y, filter);
+                    for (int x = last; x < w; ++x)
+                        blurred[x] = PlainWindow(copy, w, h, x, y, filter);
+                } else {
+                    for (int x = 0; x < w; ++x)
+                        blurred[x] = PlainWindow(copy, w, h, x, y, filter);
+                }
+                rowDone(c, y, blurred);
+            }
+        }
+    });
+    return Cancelled(progress) ? Outcome::Cancelled : Outcome::Done;
+}
+
+/// Whether a box filter takes the running sums on a plane that passes the exactness bound.
+bool RunningAllowed(const WindowFilter& filter) {
+    return filter.box && gWindowPath.load() == static_cast<int>(stretch_testing::WindowPath::Auto);
 }
 
 /// One plane of the curve: v = pre(src + offset); with a filter the blurred value is taken on
@@ -330,47 +531,24 @@ Outcome CurvePlane(const Image& img, const float* src, int offset, const PreStre
         });
         return Cancelled(progress) ? Outcome::Cancelled : Outcome::Done;
     }
-    const bool running =
-        filter->box && gWindowPath.load() == static_cast<int>(stretch_testing::WindowPath::Auto) &&
-        RunningSumsExact(copy, w, h, filter->Side());
-    ++(running ? gSlidingPlanes : gPlainPlanes);
+    PlaneScan scan;
+    if (RunningAllowed(*filter))
+        scan = ScanPlane(copy, w, h, filter->Side());
+    ++(scan.exact ? gSlidingPlanes : gPlainPlanes);
     const int chunks = ChunkCount(h);
     RowBuffers buffers;
-    if (!buffers.Make(chunks, w))
+    if (!buffers.Make(chunks, w, false))
         return Outcome::NoMemory;
-    ParallelRows(chunks, [&](int c0, int c1) {
-        for (int c = c0; c < c1; ++c) {
-            double* colSum = buffers.colSum.data() + static_cast<std::size_t>(c) * w;
-            int* colSkip = buffers.colSkip.data() + static_cast<std::size_t>(c) * w;
-            double* blurred = buffers.blurred.data() + static_cast<std::size_t>(c) * w;
-            const int y0 = ChunkStart(c, chunks, h), y1 = ChunkStart(c + 1, chunks, h);
-            for (int y = y0; y < y1 && !Cancelled(progress); ++y) {
-                if (running) {
-                    const bool slide = y > y0 && y - 1 - filter->half >= 0 && y + filter->half < h;
-                    RunningRow(copy, w, h, y, filter->half, filter->lowPass, slide, colSum, colSkip,
-                               blurred);
-                } else if (y >= filter->half && y + filter->half < h && w > 2 * filter->half) {
-                    const int first = filter->half,
-                              last = w - filter->half; // inside: [first, last)
-                    for (int x = 0; x < first; ++x)
-                        blurred[x] = PlainWindow(copy, w, h, x, y, *filter);
-                    for (int x = first; x < last; ++x)
-                        blurred[x] = PlainWindowInside(copy, w, x, y, *filter);
-                    for (int x = last; x < w; ++x)
-                        blurred[x] = PlainWindow(copy, w, h, x, y, *filter);
-                } else {
-                    for (int x = 0; x < w; ++x)
-                        blurred[x] = PlainWindow(copy, w, h, x, y, *filter);
-                }
-                const std::size_t row = static_cast<std::size_t>(y) * w;
-                for (int x = 0; x < w; ++x) {
-                    const double v = pre(static_cast<double>(src[row + x]) + offset);
-                    store(row + x, curve.Filtered(v, blurred[x]));
-                }
+    return WindowRows(
+        copy, w, h, *filter, scan.exact, scan.minusOne, SameValue{}, buffers, chunks,
+        [&](int, int y, const double* blurred) {
+            const std::size_t row = static_cast<std::size_t>(y) * w;
+            for (int x = 0; x < w; ++x) {
+                const double v = pre(static_cast<double>(src[row + x]) + offset);
+                store(row + x, curve.Filtered(v, blurred[x]));
             }
-        }
-    });
-    return Cancelled(progress) ? Outcome::Cancelled : Outcome::Done;
+        },
+        progress);
 }
 
 /// Four lanes of doubles and of their masks, four floats.
@@ -450,6 +628,233 @@ void ColourRow(const double* r, const double* g, const double* b, int w, const D
         one(x);
 #undef ASTRIVELLE_PLAIN
 #undef ASTRIVELLE_CLAMP
+}
+
+/// The window curve of one row of the value plane (values `v`, blurred values `f`) and each
+/// new value swapped into its pixel's hexcone HSV in place, four pixels at a time without
+/// branches. Each lane makes the same operations in the same order as DdpCurve::Filtered,
+/// HexconeFromRgb and RgbFromHexcone, so the results are the same floats; a pixel whose hue
+/// would need wrapping round the circle is redone alone.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+void SwapRow(const double* v, const double* f, int w, const DdpCurve& curve, double top,
+             float* outR, float* outG, float* outB) {
+    auto one = [&](int x, double r0, double g0, double b0) {
+        const double second =
+            static_cast<float>(ClampStretch(curve.Filtered(v[x], f[x]), 0.0, top));
+        double h, s, value, r, g, b;
+        HexconeFromRgb(r0, g0, b0, &h, &s, &value);
+        RgbFromHexcone(h, s, second, &r, &g, &b);
+        outR[x] = static_cast<float>(ClampStretch(r, 0.0, top));
+        outG[x] = static_cast<float>(ClampStretch(g, 0.0, top));
+        outB[x] = static_cast<float>(ClampStretch(b, 0.0, top));
+    };
+    const DoubleLanes zero = {0, 0, 0, 0}, topLanes = zero + top;
+    const double keep = 1.0 - curve.strength;
+#define ASTRIVELLE_CLAMP(v) ((v) >= 0.0 ? ((v) > topLanes ? topLanes : (v)) : zero)
+    int x = 0;
+    for (; x + 4 <= w; x += 4) {
+        DoubleLanes vv, ff;
+        std::memcpy(&vv, v + x, sizeof vv);
+        std::memcpy(&ff, f + x, sizeof ff);
+        // The curve through the blurred value.
+        const DoubleLanes d = keep * vv + curve.strength * ff + curve.a + 1.0;
+        DoubleLanes o = vv / d * curve.top + curve.backgroundMin;
+        if (curve.fixDefects) {
+            const DoubleLanes o2 = vv / (curve.a + vv + 1.0) * curve.top + curve.backgroundMin;
+            o = o2 > o ? o2 : o;
+        }
+        const DoubleLanes clamped = ASTRIVELLE_CLAMP(o);
+        const DoubleLanes second =
+            __builtin_convertvector(__builtin_convertvector(clamped, FloatLanes), DoubleLanes);
+        // The pixel's hue and saturation.
+        FloatLanes fr, fg, fb;
+        std::memcpy(&fr, outR + x, sizeof fr);
+        std::memcpy(&fg, outG + x, sizeof fg);
+        std::memcpy(&fb, outB + x, sizeof fb);
+        const DoubleLanes r = __builtin_convertvector(fr, DoubleLanes);
+        const DoubleLanes g = __builtin_convertvector(fg, DoubleLanes);
+        const DoubleLanes b = __builtin_convertvector(fb, DoubleLanes);
+        const DoubleLanes gbMax = g > b ? g : b, gbMin = g < b ? g : b;
+        const DoubleLanes mx = r > gbMax ? r : gbMax;
+        const DoubleLanes mn = r < gbMin ? r : gbMin;
+        const DoubleLanes s = mx == 0.0 ? zero : (mx - mn) / mx;
+        const DoubleLanes span = mx - mn;
+        const MaskLanes redTop = r == mx, greenNot = g != mx;
+        const DoubleLanes t = (redTop ? g - b : (greenNot ? r - g : b - r)) / span;
+        DoubleLanes hue = redTop ? t : (greenNot ? t + 4.0 : t + 2.0);
+        hue /= 6.0;
+        hue = hue < 0.0 ? hue + 1.0 : hue;
+        // The colour of that hue and saturation at the new value.
+        const DoubleLanes h6 = hue * 6.0;
+        const DoubleLanes p = (1.0 - s) * second;
+        const DoubleLanes q = second - p;
+        const DoubleLanes up1 = q * h6 + p;
+        const DoubleLanes down3 = p - q * (h6 - 2.0), up3 = q * (h6 - 2.0) + p;
+        const DoubleLanes down5 = p - q * (h6 - 4.0), up5 = q * (h6 - 4.0) + p;
+        const DoubleLanes down6 = p + (6.0 - h6) * q;
+        const MaskLanes s1 = h6 <= 1.0, s3 = ~s1 & (h6 <= 3.0), s5 = ~s1 & ~s3 & (h6 < 5.0);
+        DoubleLanes R =
+            s1 ? second : (s3 ? (h6 < 2.0 ? down3 : p) : (s5 ? (h6 <= 4.0 ? p : up5) : second));
+        DoubleLanes G = s1 ? up1 : (s3 ? second : (s5 ? (h6 < 4.0 ? down5 : p) : p));
+        DoubleLanes B = s1 ? p : (s3 ? (h6 <= 2.0 ? p : up3) : (s5 ? second : down6));
+        const MaskLanes grey = s == 0.0, black = second == 0.0;
+        R = black ? zero : (grey ? second : R);
+        G = black ? zero : (grey ? second : G);
+        B = black ? zero : (grey ? second : B);
+        const FloatLanes nr = __builtin_convertvector(ASTRIVELLE_CLAMP(R), FloatLanes);
+        const FloatLanes ng = __builtin_convertvector(ASTRIVELLE_CLAMP(G), FloatLanes);
+        const FloatLanes nb = __builtin_convertvector(ASTRIVELLE_CLAMP(B), FloatLanes);
+        std::memcpy(outR + x, &nr, sizeof nr);
+        std::memcpy(outG + x, &ng, sizeof ng);
+        std::memcpy(outB + x, &nb, sizeof nb);
+        const MaskLanes wrap = ((hue < 0.0) | (hue >= 1.0)) & ~grey & ~black;
+        if ((wrap[0] | wrap[1] | wrap[2] | wrap[3]) != 0)
+            for (int j = 0; j < 4; ++j)
+                if (wrap[j])
+                    one(x + j, fr[j], fg[j], fb[j]);
+    }
+    for (; x < w; ++x)
+        one(x, outR[x], outG[x], outB[x]);
+#undef ASTRIVELLE_CLAMP
+}
+
+/// One row of the value plane: the largest pre-stretched channel without offset, clamped.
+/// Without a pre-stretch the same comparisons run on the converted values directly, so that
+/// the loop vectorises.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+void ValueRow(const float* a, const float* b, const float* c, int w, const PreStretch& pre,
+              double top, float* out) {
+    if (pre.type == ScaleType::None && pre.backToLevels) {
+        for (int x = 0; x < w; ++x) {
+            const double ra = a[x], rb = b[x], rc = c[x];
+            const double bc = rb < rc ? rc : rb; // std::max(rb, rc)
+            const double v = ra < bc ? bc : ra;
+            out[x] = static_cast<float>(v >= 0.0 ? (v > top ? top : v) : 0.0);
+        }
+        return;
+    }
+    for (int x = 0; x < w; ++x)
+        out[x] = static_cast<float>(
+            ClampStretch(std::max(pre(a[x]), std::max(pre(b[x]), pre(c[x]))), 0.0, top));
+}
+
+/// Whether every entry of a row of values in [0, 2^52 / scale) times `scale` (a power of
+/// two) is a whole number.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+bool RowOnGrid(const float* row, int w, double scale) {
+    const double magic = 4503599627370496.0; // 2^52: adding and taking it away rounds
+    int off = 0;
+    for (int x = 0; x < w; ++x) {
+        const double y = static_cast<double>(row[x]) * scale;
+        off |= ((y + magic) - magic) != y;
+    }
+    return off == 0;
+}
+
+/// The medians of the three input planes from one pass over them and, with `value`, the
+/// value plane, its median, and whether all its entries are multiples of 2^-gridBits
+/// (`gridBits` from 0 up; `*onGrid` false when it is below 0 or the check is not made).
+void ThreePlaneStats(const Image& img, const float* const in[3], const PreStretch& pre,
+                     float* value, int gridBits, std::uint32_t median[4], bool* onGrid) {
+    const int w = img.width, h = img.height;
+    const double top = img.maxValue;
+    const int planes = value ? 4 : 3;
+    *onGrid = false;
+    std::vector<std::uint32_t> hist;
+    const int chunks = std::min(h, std::clamp(tbb::this_task_arena::max_concurrency(), 1, 16));
+    const std::size_t bins = static_cast<std::size_t>(img.maxValue) + 1;
+    bool counted = img.maxValue <= 65535;
+    if (counted) {
+        try {
+            hist.assign(bins * planes * static_cast<std::size_t>(chunks), 0u);
+        } catch (const std::bad_alloc&) {
+            counted = false;
+        }
+    }
+    if (!counted) { // the plain form: a pass for each
+        for (int c = 0; c < 3; ++c)
+            median[c] = img.MedianLevelOfPlane(in[c]);
+        if (value) {
+            ParallelRows(h, [&](int y0, int y1) {
+                for (int y = y0; y < y1; ++y) {
+                    const std::size_t row = static_cast<std::size_t>(y) * w;
+                    ValueRow(in[0] + row, in[1] + row, in[2] + row, w, pre, top, value + row);
+                }
+            });
+            median[3] = img.MedianLevelOfPlane(value);
+        }
+        return;
+    }
+    const int topLevel = static_cast<int>(img.maxValue);
+    const bool checkGrid = value && gridBits >= 0;
+    const double scale = checkGrid ? std::ldexp(1.0, gridBits) : 1.0;
+    std::vector<char> chunkOnGrid(static_cast<std::size_t>(chunks), 1);
+    ParallelRows(chunks, [&](int c0, int c1) {
+        for (int c = c0; c < c1; ++c) {
+            std::uint32_t* counts = hist.data() + bins * planes * static_cast<std::size_t>(c);
+            std::uint32_t* counts0 = counts;
+            std::uint32_t* counts1 = counts + bins;
+            std::uint32_t* counts2 = counts + 2 * bins;
+            std::uint32_t* counts3 = counts + 3 * bins;
+            const float *in0 = in[0], *in1 = in[1], *in2 = in[2];
+            bool grid = true;
+            for (int y = ChunkStart(c, chunks, h); y < ChunkStart(c + 1, chunks, h); ++y) {
+                const std::size_t i0 = static_cast<std::size_t>(y) * w;
+                const std::size_t i1 = i0 + static_cast<std::size_t>(w);
+                if (topLevel == 65535)
+                    for (std::size_t i = i0; i < i1; ++i) {
+                        ++counts0[RoundLevel16(in0[i])];
+                        ++counts1[RoundLevel16(in1[i])];
+                        ++counts2[RoundLevel16(in2[i])];
+                    }
+                else
+                    for (std::size_t i = i0; i < i1; ++i) {
+                        ++counts0[RoundLevel(in0[i], 0, topLevel)];
+                        ++counts1[RoundLevel(in1[i], 0, topLevel)];
+                        ++counts2[RoundLevel(in2[i], 0, topLevel)];
+                    }
+                if (!value)
+                    continue;
+                ValueRow(in0 + i0, in1 + i0, in2 + i0, w, pre, top, value + i0);
+                if (topLevel == 65535)
+                    for (std::size_t i = i0; i < i1; ++i)
+                        ++counts3[RoundLevel16(value[i])];
+                else
+                    for (std::size_t i = i0; i < i1; ++i)
+                        ++counts3[RoundLevel(value[i], 0, topLevel)];
+                if (checkGrid && grid)
+                    grid = RowOnGrid(value + i0, w, scale);
+            }
+            chunkOnGrid[c] = grid;
+        }
+    });
+    const double n = static_cast<double>(w) * h;
+    for (int plane = 0; plane < planes; ++plane) {
+        std::uint32_t* total = hist.data() + bins * plane;
+        for (int c = 1; c < chunks; ++c) {
+            const std::uint32_t* counts = hist.data() + bins * (planes * c + plane);
+            for (std::size_t b = 0; b < bins; ++b)
+                total[b] += counts[b];
+        }
+        // The level at which half the pixels are counted, as MedianLevelOfPlane finds it.
+        median[plane] = static_cast<std::uint32_t>(bins - 1);
+        double running = 0.0;
+        for (std::size_t b = 0; b < bins; ++b) {
+            running += total[b];
+            if (running * 100.0 / n >= 50.0) {
+                median[plane] = static_cast<std::uint32_t>(b);
+                break;
+            }
+        }
+    }
+    *onGrid =
+        checkGrid && std::find(chunkOnGrid.begin(), chunkOnGrid.end(), 0) == chunkOnGrid.end();
 }
 
 } // namespace
@@ -565,90 +970,109 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
     if (filtering && !scratch.Take(1, count))
         return false; // nothing changed
     const int passes = filtering ? 5 : 2;
-    int offset[3];
-    for (int c = 0; c < 3; ++c) {
-        if (!pending)
+    if (!pending)
+        for (int c = 0; c < 3; ++c)
             CopyPlane(prevPlane[c], curPlane[c]);
-        offset[c] = BackgroundOffset(MedianLevelOfPlane(prevPlane[c]), backgroundWeight);
-    }
-    if (progress)
-        progress->SetProgress(1, passes);
     const float* in[3] = {prevPlane[0], prevPlane[1], prevPlane[2]};
     float* out[3] = {curPlane[0], curPlane[1], curPlane[2]};
-
-    // 1. The curve of each channel, then the decompress-colour step, a row at a time from the
-    // pre-stretched values.
-    {
-        const int chunks = ChunkCount(height);
-        std::vector<double> rows;
-        try {
-            rows.assign(static_cast<std::size_t>(chunks) * 3 * w, 0.0);
-        } catch (const std::bad_alloc&) {
-            return false;
-        }
-        const double weights[3] = {red, green, blue};
-        ParallelRows(chunks, [&](int c0, int c1) {
-            for (int c = c0; c < c1; ++c) {
-                double* r = rows.data() + static_cast<std::size_t>(c) * 3 * w;
-                double* g = r + w;
-                double* b = g + w;
-                const int y0 = ChunkStart(c, chunks, height),
-                          y1 = ChunkStart(c + 1, chunks, height);
-                for (int y = y0; y < y1 && !Cancelled(progress); ++y) {
-                    const std::size_t row = static_cast<std::size_t>(y) * w;
-                    for (int x = 0; x < w; ++x) {
-                        r[x] = pre(static_cast<double>(in[0][row + x]) + offset[0]);
-                        g[x] = pre(static_cast<double>(in[1][row + x]) + offset[1]);
-                        b[x] = pre(static_cast<double>(in[2][row + x]) + offset[2]);
-                    }
-                    ColourRow(r, g, b, w, curve, weights, top, out[0] + row, out[1] + row,
-                              out[2] + row);
-                }
-            }
-        });
-    }
-    if (Cancelled(progress))
+    // The medians of the channels and, with a filter, the value plane of the pre-stretched
+    // input without offset and its median, in one pass.
+    float* value = filtering ? scratch.planes[0] : nullptr;
+    // The most bits below the point the value entries may have for the running sums to be
+    // exact with them whatever the offset turns out to be: the offset is a whole number no
+    // larger than the top level times the background weight, so it adds no such bits and
+    // the entries grow by at most that much (a float rounding on top, or the 1.0 put in for
+    // entries not above 0).
+    const double largestWithOffset =
+        (top + std::fabs(top * backgroundWeight) + 1.0) * (1.0 + 0x1p-20) + 1.0;
+    int gridBits = -1;
+    if (filtering && RunningAllowed(filter))
+        while (gridBits < 200 && SumsExactFor(gridBits + 1, largestWithOffset, filter.Side()))
+            ++gridBits;
+    std::uint32_t median[4] = {0, 0, 0, 0};
+    bool onGrid = false;
+    ThreePlaneStats(*this, in, pre, value, gridBits, median, &onGrid);
+    int offset[3];
+    for (int c = 0; c < 3; ++c)
+        offset[c] = BackgroundOffset(median[c], backgroundWeight);
+    if (progress)
+        progress->SetProgress(1, passes);
+    const double weights[3] = {red, green, blue};
+    const int chunks = ChunkCount(height);
+    RowBuffers buffers;
+    if (!buffers.Make(chunks, w, true))
         return false;
+    // The curve of each channel, then the decompress-colour step, a row at a time from the
+    // pre-stretched values.
+    auto colourRow = [&](int c, int y) {
+        double* r = buffers.colour.data() + static_cast<std::size_t>(c) * 3 * w;
+        double* g = r + w;
+        double* b = g + w;
+        const std::size_t row = static_cast<std::size_t>(y) * w;
+        PreRow(in[0] + row, offset[0], pre, w, r);
+        PreRow(in[1] + row, offset[1], pre, w, g);
+        PreRow(in[2] + row, offset[2], pre, w, b);
+        ColourRow(r, g, b, w, curve, weights, top, out[0] + row, out[1] + row, out[2] + row);
+    };
+    if (!filtering) {
+        ParallelRows(chunks, [&](int c0, int c1) {
+            for (int c = c0; c < c1; ++c)
+                for (int y = ChunkStart(c, chunks, height);
+                     y < ChunkStart(c + 1, chunks, height) && !Cancelled(progress); ++y)
+                    colourRow(c, y);
+        });
+        if (Cancelled(progress))
+            return false;
+        if (progress)
+            progress->SetProgress(2, passes);
+        return true;
+    }
+
+    // The value plane takes its own offset: v + offset, or 1.0 where that is not above 0. Then
+    // the one-plane curve on it, without a pre-stretch, and each new value replaces its pixel's
+    // own in HSV, a row at a time right after the row's colour step. When the value plane
+    // without offset already lies on the grid found above, the offset is applied as the
+    // entries are read; otherwise the plane takes it in place and is scanned as a one-plane
+    // copy is.
+    const int valueOffset = BackgroundOffset(median[3], backgroundWeight);
+    const bool offsetAsRead = onGrid;
     if (progress)
         progress->SetProgress(2, passes);
-    if (!filtering)
-        return true;
-
-    // 2. The value plane of the pre-stretched input without offset, and its own offset.
-    float* value = scratch.planes[0];
-    const PreStretch pre0 = pre;
-    ParallelRows(height, [&](int y0, int y1) {
-        const std::size_t end = static_cast<std::size_t>(y1) * w;
-        for (std::size_t i = static_cast<std::size_t>(y0) * w; i < end; ++i) {
-            const double v = std::max(pre0(in[0][i]), std::max(pre0(in[1][i]), pre0(in[2][i])));
-            value[i] = static_cast<float>(ClampStretch(v, 0.0, top));
-        }
-    });
-    const int valueOffset = BackgroundOffset(MedianLevelOfPlane(value), backgroundWeight);
-    ParallelRows(height, [&](int y0, int y1) {
-        const std::size_t end = static_cast<std::size_t>(y1) * w;
-        for (std::size_t i = static_cast<std::size_t>(y0) * w; i < end; ++i) {
-            const double v = static_cast<double>(value[i]) + valueOffset;
-            value[i] = v <= 0.0 ? 1.0f : static_cast<float>(v);
-        }
-    });
-    if (progress)
-        progress->SetProgress(3, passes);
-
-    // 3. The one-plane curve on the value plane, without a pre-stretch; 4. each new value
-    // replaces its pixel's own as soon as it is known (nothing reads the colour planes).
-    const PreStretch none{ScaleType::None, 1.0, 0.0, 1.0, top, true};
-    auto replaceValue = [&out, top](std::size_t i, double newValue) {
-        const double second = static_cast<float>(ClampStretch(newValue, 0.0, top));
-        double h, s, v, r, g, b;
-        HexconeFromRgb(out[0][i], out[1][i], out[2][i], &h, &s, &v);
-        RgbFromHexcone(h, s, second, &r, &g, &b);
-        out[0][i] = static_cast<float>(ClampStretch(r, 0.0, top));
-        out[1][i] = static_cast<float>(ClampStretch(g, 0.0, top));
-        out[2][i] = static_cast<float>(ClampStretch(b, 0.0, top));
+    auto swapRow = [&](int c, int y, const double* blurred, const auto& load) {
+        colourRow(c, y);
+        double* v = buffers.colour.data() + static_cast<std::size_t>(c) * 3 * w;
+        const std::size_t row = static_cast<std::size_t>(y) * w;
+        ValuesOf(value + row, w, std::decay_t<decltype(load)>::kOffset, load.offset, v);
+        SwapRow(v, blurred, w, curve, top, out[0] + row, out[1] + row, out[2] + row);
     };
-    if (CurvePlane(*this, value, 0, none, value, &filter, curve, replaceValue, progress) !=
-        Outcome::Done)
+    Outcome done;
+    if (offsetAsRead) {
+        ++gSlidingPlanes;
+        if (progress)
+            progress->SetProgress(3, passes);
+        const OffsetValue load{valueOffset};
+        done = WindowRows(
+            value, w, height, filter, true, false, load, buffers, chunks,
+            [&](int c, int y, const double* blurred) { swapRow(c, y, blurred, load); }, progress);
+    } else {
+        ParallelRows(height, [&](int y0, int y1) {
+            const OffsetValue load{valueOffset};
+            const std::size_t end = static_cast<std::size_t>(y1) * w;
+            for (std::size_t i = static_cast<std::size_t>(y0) * w; i < end; ++i)
+                value[i] = load(value[i]);
+        });
+        PlaneScan scan;
+        if (RunningAllowed(filter))
+            scan = ScanPlane(value, w, height, filter.Side());
+        ++(scan.exact ? gSlidingPlanes : gPlainPlanes);
+        if (progress)
+            progress->SetProgress(3, passes);
+        const SameValue load;
+        done = WindowRows(
+            value, w, height, filter, scan.exact, scan.minusOne, load, buffers, chunks,
+            [&](int c, int y, const double* blurred) { swapRow(c, y, blurred, load); }, progress);
+    }
+    if (done != Outcome::Done)
         return false;
     if (progress)
         progress->SetProgress(4, passes);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <random>
 
 #include "TestSupport.h"
@@ -66,9 +67,10 @@ DigitalDevelopmentParams ParamsOf(const Settings& s) {
     return p;
 }
 
-/// The three-plane run written out from its steps.
+/// The three-plane run written out from its steps, on the image's top level.
 void Reference(Image& img, const Settings& s, const CCustomFilter& custom) {
     const int w = img.width, h = img.height, n = w * h;
+    const double M = img.maxValue;
     const PreStretch pre{s.type, s.scale, s.black, s.white, M, true};
     int offset[3];
     for (int c = 0; c < 3; ++c)
@@ -99,6 +101,7 @@ void Reference(Image& img, const Settings& s, const CCustomFilter& custom) {
                              0.0, M));
         Image valueImage;
         MakeImage(valueImage, w, h, ColorGray, [&](int, int x, int y) { return value[y * w + x]; });
+        valueImage.maxValue = img.maxValue;
         const int vOffset =
             BackgroundOffset(valueImage.MedianLevelOfPlane(valueImage.curPlane[0]), s.weight);
         for (float& v : value) {
@@ -255,4 +258,129 @@ TEST(DigitalDevelopmentThreePlanes, HeldBlueRatioAndGreyPixelsEqualTheStepsBitFo
                         << w << "x" << h << " filter " << s.filter << " plane " << c << " pixel "
                         << i;
         }
+}
+
+TEST(DigitalDevelopmentWindows, EveryWindowPathEqualsTheStepsBitForBit) {
+    // The value plane's offset is applied as its entries are read when the plane without
+    // offset shows the sums exact for any offset the background weight allows; otherwise the
+    // plane takes the offset first and is scanned (running sums or the plain gather). Widths
+    // that leave one to three pixels past the last group of four, planes narrower than the
+    // window, other top levels (counted with the level rounding, or beyond the counted range).
+    struct Case {
+        const char* name;
+        std::uint32_t top;
+        double weight;
+        std::function<double(std::mt19937&, int, int, int)> value;
+        bool sliding;
+    };
+    const Case cases[] = {
+        {"whole levels", 65535, 1.0,
+         [](std::mt19937& r, int c, int x, int y) {
+             return 900.0 + c * 30 + (x * 7 + y * 3) % 50 + r() % 200;
+         },
+         true},
+        {"quarters", 65535, 0.8,
+         [](std::mt19937& r, int c, int x, int) {
+             return 1000.0 + c * 11 + x + (r() % 800) * 0.25;
+         },
+         true},
+        // Bits down to 2^-30 pass the exact test on the plane with its offset (all below 1)
+        // but not the one made before the offset is known.
+        {"bits far down", 65535, 1.0,
+         [](std::mt19937& r, int, int, int) { return std::ldexp(2.0 * (r() % 1048576) + 1, -30); },
+         true},
+        {"fine fractions", 65535, 0.0,
+         [](std::mt19937& r, int c, int x, int y) {
+             return (x + y) % 2 == 0 ? 1e-12 * (1 + c + r() % 5) : (r() % 60000) / 7.0;
+         },
+         false},
+        // Red mostly above the top level: it counts at the top.
+        {"top 4095", 4095, 1.0,
+         [](std::mt19937& r, int c, int x, int y) {
+             return (c == 0 ? 3700.0 : 300.0) + c * 9 + x * 5 + y + r() % 900;
+         },
+         true},
+        // Red largest, green 0 and blue just above it (no background min to lift them): the
+        // hue comes out a hair below 0 and wraps round to 1.0.
+        {"hue at the circle's end", 65535, 0.0,
+         [](std::mt19937& r, int c, int x, int y) {
+             if ((x + 2 * y) % 3 == 0)
+                 return c == 0 ? 30000.0 : (c == 1 ? 0.0 : 1e-30);
+             return 800.0 + c * 40 + r() % 3000;
+         },
+         true},
+        {"top 100000", 100000, 0.9,
+         [](std::mt19937& r, int c, int x, int y) {
+             return 70000.0 + c * 9 + x * 5 + y + r() % 900;
+         },
+         true},
+    };
+    const CCustomFilter custom;
+    for (const Case& k : cases)
+        for (const auto& [w, h] : {std::pair{37, 13}, std::pair{6, 5}, std::pair{3, 4},
+                                   std::pair{1, 1}, std::pair{2, 9}, std::pair{13, 10}})
+            for (const int filter : {1, 4})
+                for (const bool fix : {false, true}) {
+                    const Settings s{ScaleType::None, 1.0, 0.0, 1.0, filter, fix, 0.7,
+                                     k.weight,        0,   900};
+                    auto fill = [&](Image& img) {
+                        std::mt19937 rng(w * 13 + h);
+                        MakeImage(img, w, h, ColorRGB,
+                                  [&](int c, int x, int y) { return k.value(rng, c, x, y); });
+                        img.maxValue = k.top;
+                    };
+                    Image img, ref;
+                    fill(img);
+                    fill(ref);
+                    stretch_testing::ResetWindowCounts();
+                    ASSERT_TRUE(RunDigitalDevelopment(img, ParamsOf(s), StretchChannels{}, false,
+                                                      &custom, nullptr));
+                    // A single pixel sums exactly whatever its bits.
+                    const bool sliding = k.sliding || w * h == 1;
+                    EXPECT_EQ(stretch_testing::SlidingPlanes(), sliding ? 1 : 0) << k.name;
+                    EXPECT_EQ(stretch_testing::PlainPlanes(), sliding ? 0 : 1) << k.name;
+                    Reference(ref, s, custom);
+                    for (int c = 0; c < 3; ++c)
+                        for (int i = 0; i < w * h; ++i)
+                            ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
+                                << k.name << " " << w << "x" << h << " filter " << filter << " fix "
+                                << fix << " plane " << c << " pixel " << i;
+                }
+}
+
+TEST(DigitalDevelopmentWindows, OnePlaneWithAndWithoutMinusOneEqualsThePlainGather) {
+    // Whole levels with the median at 1000 and the full background weight: 999 becomes -1.0,
+    // left out of the window sums and counts; the same plane without 999 keeps no counts.
+    for (const bool minusOne : {true, false})
+        for (const auto& [w, h] :
+             {std::pair{37, 21}, std::pair{5, 7}, std::pair{2, 3}, std::pair{1, 12}})
+            for (const char* filter : {"Soft", "Medium", "Hard Plus"}) {
+                auto level = [&](int x, int y) -> double {
+                    const int k = (x * 5 + y * 3) % 7;
+                    if (k == 0)
+                        return minusOne ? 999.0 : 998.0;
+                    return k < 4 ? 1000.0 : 1000.0 + k * 37 + x;
+                };
+                DigitalDevelopmentParams p;
+                p.filter = filter;
+                p.strength = 0.8;
+                p.breakPoint = 200;
+                p.backgroundWeight = 1.0;
+                Image fast, plain;
+                MakeImage(fast, w, h, ColorGray, [&](int, int x, int y) { return level(x, y); });
+                MakeImage(plain, w, h, ColorGray, [&](int, int x, int y) { return level(x, y); });
+                ASSERT_EQ(fast.MedianLevelOfPlane(fast.curPlane[0]), 1000u);
+                stretch_testing::ResetWindowCounts();
+                ASSERT_TRUE(
+                    RunDigitalDevelopment(fast, p, StretchChannels{}, false, nullptr, nullptr));
+                EXPECT_EQ(stretch_testing::SlidingPlanes(), 1);
+                stretch_testing::SetWindowPath(stretch_testing::WindowPath::Plain);
+                ASSERT_TRUE(
+                    RunDigitalDevelopment(plain, p, StretchChannels{}, false, nullptr, nullptr));
+                stretch_testing::SetWindowPath(stretch_testing::WindowPath::Auto);
+                for (int i = 0; i < w * h; ++i)
+                    ASSERT_EQ(fast.curPlane[0][i], plain.curPlane[0][i])
+                        << (minusOne ? "with" : "without") << " -1.0, " << filter << " " << w << "x"
+                        << h << " pixel " << i;
+            }
 }
