@@ -479,6 +479,9 @@ public:
           owner_(dynamic_cast<IFileOpOwner*>(progress)) {}
 
     AlignPointResult Run();
+    /// The sizing pass alone; false with the text in the result's status.
+    bool SizeOnly(AlignMosaicExtent* extent);
+    const AlignPointResult& Result() const { return result_; }
 
 private:
     AlignPointResult Stop(const std::string& text, bool tell = true) {
@@ -486,7 +489,7 @@ private:
         result_.run.status = text;
         if (!text.empty()) {
             result_.run.failures.push_back({{}, text, {}});
-            if (notify_ && tell)
+            if (notify_ && tell && !quiet_)
                 notify_->Message(text);
         }
         if (progress_)
@@ -504,12 +507,25 @@ private:
     /// The current points of one image: tracked from the last known positions, or the user's.
     bool CurrentPoints(const Image& image, const CImageFileInfo& info, std::vector<Point2>* cur,
                        std::string* why);
+    /// The checks of the set and the points, the reference read, its radii and templates, and
+    /// the list of the images to align; false when the run stopped (result_ says why).
+    bool Setup();
+    /// The corners of every image to align mapped into the reference's frame, joined with
+    /// the reference's own; false when the run stopped.
+    bool CollectExtent(Extent* all, int* skipped);
+    /// The mosaic frame of a collected extent, a set size applied.
+    AlignMosaicExtent Frame(const Extent& all, int skipped) const;
 
     const AlignPointRequest& request_;
     IProgress* progress_;
     INotify* notify_;
     IFileOpOwner* owner_;
+    bool quiet_ = false; ///< the sizing pass: stops are not told, the caller words them
     AlignPointResult result_;
+    const CImageFileInfo* referenceInfo_ = nullptr;
+    int refWidth_ = 0, refHeight_ = 0;
+    Image reference_;
+    std::vector<const CImageFileInfo*> others_; ///< the images to align, in list order
     std::vector<int> slots_;
     std::vector<Point2> userPoints_; ///< on the reference, before the mosaic offset
     std::vector<Template> templates_;
@@ -549,11 +565,7 @@ bool Runner::CurrentPoints(const Image& image, const CImageFileInfo& info, std::
     return true;
 }
 
-AlignPointResult Runner::Run() {
-    FileOpBusy busy(FileOpKind::AlignTSR);
-    if (!busy.Acquired())
-        return Stop(BusyText(FileOpKind::AlignTSR));
-
+bool Runner::Setup() {
     // The set: the records not excluded; the reference among them.
     int referenceIndex = -1;
     bool referenceExcluded = false;
@@ -567,12 +579,18 @@ AlignPointResult Runner::Run() {
             referenceIndex = static_cast<int>(&f - request_.files.data());
         paths.push_back(f.path);
     }
-    if (referenceExcluded)
-        return Stop(kAlignPointReferenceText);
-    if (paths.size() < 2)
-        return Stop(kAlignPointSizeText);
-    if (referenceIndex < 0)
-        return Stop(kAlignPointReferenceText);
+    if (referenceExcluded) {
+        Stop(kAlignPointReferenceText);
+        return false;
+    }
+    if (paths.size() < 2) {
+        Stop(kAlignPointSizeText);
+        return false;
+    }
+    if (referenceIndex < 0) {
+        Stop(kAlignPointReferenceText);
+        return false;
+    }
     CImageFileList usable;
     std::vector<std::string> rejected;
     CheckFiles("12PTALIGN", kSetEither, paths, &usable, &rejected);
@@ -581,27 +599,36 @@ AlignPointResult Runner::Run() {
         return std::any_of(usable.begin(), usable.end(),
                            [&](const CImageFileInfo& u) { return u.path == path; });
     };
-    if (usable.size() < 2 || !isUsable(referenceInfo.path))
-        return Stop(kAlignPointSizeText);
-    if (notify_ && !ConfirmRejected(*notify_, "align", rejected))
-        return Stop(kThreadCanceledText, false);
-    const int refWidth = usable.front().width, refHeight = usable.front().height;
+    if (usable.size() < 2 || !isUsable(referenceInfo.path)) {
+        Stop(kAlignPointSizeText);
+        return false;
+    }
+    if (notify_ && !ConfirmRejected(*notify_, "align", rejected)) {
+        Stop(kThreadCanceledText, false);
+        return false;
+    }
+    referenceInfo_ = &referenceInfo;
+    refWidth_ = usable.front().width;
+    refHeight_ = usable.front().height;
 
     // The points of the type.
     const AlignPointType type = request_.type;
     slots_ = AlignPointSlots(type, referenceInfo.points);
     if (slots_.empty() || (type == AlignPointType::TranslateScaleRotate && slots_.size() < 3)) {
         const bool noRed = !referenceInfo.points[0].set;
-        return Stop(noRed && type == AlignPointType::Rotate ? kAlignPointRotationPointText
-                                                            : kAlignPointInvalidTypeText);
+        Stop(noRed && type == AlignPointType::Rotate ? kAlignPointRotationPointText
+                                                     : kAlignPointInvalidTypeText);
+        return false;
     }
     for (int s : slots_)
         userPoints_.push_back({referenceInfo.points[s].x, referenceInfo.points[s].y});
 
     // The reference.
-    Image reference;
-    if (!ReadImage(reference, referenceInfo.path))
-        return Stop(kAlignPointReadReferenceText);
+    Image& reference = reference_;
+    if (!ReadImage(reference, referenceInfo.path)) {
+        Stop(kAlignPointReadReferenceText);
+        return false;
+    }
     if (request_.pointsOnStars) {
         for (Point2& p : userPoints_) {
             reference.LoadNbhd(
@@ -622,9 +649,11 @@ AlignPointResult Runner::Run() {
             const int asked = slot == 0 ? request_.translationRadius : request_.rotationRadius;
             int radius = 0;
             std::string text;
-            if (!FitPointRadius(slot, asked, userPoints_[k].x, userPoints_[k].y, refWidth,
-                                refHeight, notify_, &radius, &text))
-                return text.empty() ? Stop(kThreadCanceledText, false) : Stop(text);
+            if (!FitPointRadius(slot, asked, userPoints_[k].x, userPoints_[k].y, refWidth_,
+                                refHeight_, notify_, &radius, &text)) {
+                text.empty() ? Stop(kThreadCanceledText, false) : Stop(text);
+                return false;
+            }
             result_.radii[slot] = radius;
             Template t;
             t.slot = slot;
@@ -634,48 +663,108 @@ AlignPointResult Runner::Run() {
                                               static_cast<int>(userPoints_[k].y),
                                               request_.luminanceMode, &t.values, &t.norm);
             } catch (const std::bad_alloc&) {
-                return Stop(kAlignPointMemoryText);
+                Stop(kAlignPointMemoryText);
+                return false;
             }
             templates_.push_back(std::move(t));
         }
     }
 
     // The images to align, in list order.
-    std::vector<const CImageFileInfo*> others;
     for (const CImageFileInfo& f : request_.files)
         if (!f.excluded && !f.isReference && isUsable(f.path))
-            others.push_back(&f);
+            others_.push_back(&f);
+    return true;
+}
+
+bool Runner::CollectExtent(Extent* all, int* skipped) {
+    *all = {0, refWidth_ - 1, 0, refHeight_ - 1};
+    *skipped = 0;
+    last_ = userPoints_;
+    maxShift_ = 0;
+    for (const CImageFileInfo* f : others_) {
+        if (Cancelled()) {
+            Stop(kThreadCanceledText, false);
+            return false;
+        }
+        Image image;
+        if (!ReadImage(image, f->path)) {
+            Stop(kAlignPointReadMosaicText);
+            return false;
+        }
+        std::vector<Point2> cur;
+        std::string why;
+        if (!CurrentPoints(image, *f, &cur, &why)) {
+            ++*skipped; // not correlated: skipped here as in the run
+            continue;
+        }
+        TransformOutcome outcome;
+        bool fatal = false;
+        if (!TransformImage(image, request_.type, userPoints_, cur, {0, 0}, refWidth_, refHeight_,
+                            true, &outcome, &why, &fatal)) {
+            Stop(kAlignPointMosaicSizeText);
+            return false;
+        }
+        all->minX = std::min(all->minX, outcome.extent.minX);
+        all->maxX = std::max(all->maxX, outcome.extent.maxX);
+        all->minY = std::min(all->minY, outcome.extent.minY);
+        all->maxY = std::max(all->maxY, outcome.extent.maxY);
+    }
+    return true;
+}
+
+AlignMosaicExtent Runner::Frame(const Extent& all, int skipped) const {
+    AlignMosaicExtent frame;
+    frame.collectedWidth = all.maxX - all.minX + 1;
+    frame.collectedHeight = all.maxY - all.minY + 1;
+    frame.width = request_.mosaicWidth > 0 ? request_.mosaicWidth : frame.collectedWidth;
+    frame.height = request_.mosaicHeight > 0 ? request_.mosaicHeight : frame.collectedHeight;
+    // The collected extent centred in the frame (a plain division: an odd margin leaves the
+    // extra pixel on the right and at the bottom).
+    frame.offsetX = -all.minX + (frame.width - frame.collectedWidth) / 2;
+    frame.offsetY = -all.minY + (frame.height - frame.collectedHeight) / 2;
+    frame.skipped = skipped;
+    return frame;
+}
+
+bool Runner::SizeOnly(AlignMosaicExtent* extent) {
+    quiet_ = true;
+    FileOpBusy busy(FileOpKind::AlignTSR);
+    if (!busy.Acquired()) {
+        Stop(BusyText(FileOpKind::AlignTSR));
+        return false;
+    }
+    Extent all;
+    int skipped = 0;
+    if (!Setup() || !CollectExtent(&all, &skipped))
+        return false;
+    *extent = Frame(all, skipped);
+    return true;
+}
+
+AlignPointResult Runner::Run() {
+    FileOpBusy busy(FileOpKind::AlignTSR);
+    if (!busy.Acquired())
+        return Stop(BusyText(FileOpKind::AlignTSR));
+    if (!Setup())
+        return result_;
+    const AlignPointType type = request_.type;
+    const CImageFileInfo& referenceInfo = *referenceInfo_;
+    Image& reference = reference_;
+    const std::vector<const CImageFileInfo*>& others = others_;
 
     // Mosaic: the extent of every image's corners in the reference's frame.
-    int outW = refWidth, outH = refHeight, offX = 0, offY = 0;
+    int outW = refWidth_, outH = refHeight_, offX = 0, offY = 0;
     if (request_.mosaic) {
-        Extent all{0, refWidth - 1, 0, refHeight - 1};
-        last_ = userPoints_;
-        maxShift_ = 0;
-        for (const CImageFileInfo* f : others) {
-            if (Cancelled())
-                return Stop(kThreadCanceledText, false);
-            Image image;
-            if (!ReadImage(image, f->path))
-                return Stop(kAlignPointReadMosaicText);
-            std::vector<Point2> cur;
-            std::string why;
-            if (!CurrentPoints(image, *f, &cur, &why))
-                continue; // not correlated: skipped here as in the run
-            TransformOutcome outcome;
-            bool fatal = false;
-            if (!TransformImage(image, type, userPoints_, cur, {0, 0}, refWidth, refHeight, true,
-                                &outcome, &why, &fatal))
-                return Stop(kAlignPointMosaicSizeText);
-            all.minX = std::min(all.minX, outcome.extent.minX);
-            all.maxX = std::max(all.maxX, outcome.extent.maxX);
-            all.minY = std::min(all.minY, outcome.extent.minY);
-            all.maxY = std::max(all.maxY, outcome.extent.maxY);
-        }
-        offX = -all.minX;
-        offY = -all.minY;
-        outW = all.maxX - all.minX + 1;
-        outH = all.maxY - all.minY + 1;
+        Extent all;
+        int skipped = 0;
+        if (!CollectExtent(&all, &skipped))
+            return result_;
+        const AlignMosaicExtent frame = Frame(all, skipped);
+        outW = frame.width;
+        outH = frame.height;
+        offX = frame.offsetX;
+        offY = frame.offsetY;
         if (!Embed(reference, outW, outH, offX, offY))
             return Stop(kAlignPointMosaicResizeText);
     }
@@ -836,6 +925,27 @@ AlignPointResult AlignPointFiles(const AlignPointRequest& request, IProgress* pr
                                  INotify* notify) {
     Runner runner(request, progress, notify);
     return runner.Run();
+}
+
+bool AlignPointMosaicSize(const AlignPointRequest& request, INotify* notify,
+                          AlignMosaicExtent* extent, std::string* text) {
+    Runner runner(request, nullptr, notify);
+    text->clear();
+    if (runner.SizeOnly(extent))
+        return true;
+    const std::string& status = runner.Result().run.status;
+    *text = status == kThreadCanceledText ? std::string() : status;
+    return false;
+}
+
+const std::vector<std::string>& SearchAngleChoices() {
+    static const std::vector<std::string> kChoices = {"0.5", "1.0", "2.0", "3.0", "4.0", "5.0"};
+    return kChoices;
+}
+
+const std::vector<std::string>& AngleIncrementChoices() {
+    static const std::vector<std::string> kChoices = {"0.01", "0.05", "0.10", "0.20", "0.50"};
+    return kChoices;
 }
 
 } // namespace astrivelle

@@ -104,7 +104,20 @@ struct AlignPointRequest {
     /// The first plane of an RGB image already holds the luminance.
     bool luminanceMode = false;
     std::string saveType = "SAMEASINPUT";
+    /// "Search &Angle In Degrees :" and "Search Angle &Increment In Degrees :" of the page,
+    /// kept with the other parameters. The tracking follows points by translation of the
+    /// neighbourhood only, so neither changes a run.
+    double searchAngle = 1.0;
+    double angleIncrement = 0.10;
+    /// A mosaic frame size set by the user ("Mosaic Size"); 0 keeps the collected extent.
+    /// The collected extent is centred in a set frame (cut evenly when the frame is smaller).
+    int mosaicWidth = 0, mosaicHeight = 0;
 };
+
+/// The search angles of the page, as shown: "0.5" .. "5.0".
+const std::vector<std::string>& SearchAngleChoices();
+/// The search angle increments of the page, as shown: "0.01" .. "0.50".
+const std::vector<std::string>& AngleIncrementChoices();
 
 /// The points used on one written image.
 struct AlignPointImage {
@@ -134,5 +147,22 @@ struct AlignPointResult {
 /// "Align Translate, Scale, Rotate Files Is Currently Busy.".
 AlignPointResult AlignPointFiles(const AlignPointRequest& request, IProgress* progress,
                                  INotify* notify);
+
+/// The frame of a mosaic: its size and where the reference's pixel (0, 0) falls in it.
+struct AlignMosaicExtent {
+    int width = 0, height = 0;
+    int offsetX = 0, offsetY = 0;
+    /// The extent the images' corners span, before a set size is applied.
+    int collectedWidth = 0, collectedHeight = 0;
+    int skipped = 0; ///< images whose points did not correlate (left out of the extent)
+};
+
+/// The sizing pass of a mosaic run alone, without writing files: the setup checks, the
+/// reference's points and templates, and the corners of every image mapped into the
+/// reference's frame (whatever `request.mosaic` says). False with the run's text in `text`
+/// ("Error Reading Mosaic Image", "Error Computing Mosaic Size", the setup's texts); an
+/// empty `text` when the user cancelled a radius question.
+bool AlignPointMosaicSize(const AlignPointRequest& request, INotify* notify,
+                          AlignMosaicExtent* extent, std::string* text);
 
 } // namespace astrivelle

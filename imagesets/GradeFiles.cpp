@@ -7,6 +7,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <system_error>
 
 #include "align/StarMeasure.h"
@@ -257,6 +258,53 @@ template <class Entry> void NameEntry(Entry& e, const std::string& path) {
 
 // ---- sharpness ------------------------------------------------------------------------------
 
+/// Scores and grades of a sharpness list: the focus channel's value over the list's largest,
+/// so the best scores 1, lettered by the limits. Returns the summary line.
+std::string ScoreSharpness(std::vector<SharpnessGrade>& list, const std::array<double, 4>& limits,
+                           FocusChannel focus) {
+    double largest = 0.0, largestChannel[3] = {0, 0, 0};
+    for (const SharpnessGrade& e : list) {
+        largest = std::max(largest, e.mean);
+        largestChannel[0] = std::max(largestChannel[0], e.red);
+        largestChannel[1] = std::max(largestChannel[1], e.green);
+        largestChannel[2] = std::max(largestChannel[2], e.blue);
+    }
+    std::vector<double> scores;
+    for (SharpnessGrade& e : list) {
+        double value = e.mean, top = largest;
+        switch (focus) {
+        case FocusChannel::Red:
+            value = e.red, top = largestChannel[0];
+            break;
+        case FocusChannel::Green:
+            value = e.green, top = largestChannel[1];
+            break;
+        case FocusChannel::Blue:
+            value = e.blue, top = largestChannel[2];
+            break;
+        case FocusChannel::Average:
+            break;
+        }
+        e.score = top > 0.0 ? value / top : 0.0;
+        e.grade = SharpnessGradeLetter(e.score, limits);
+        scores.push_back(e.score);
+    }
+    const GradeStats s = StatsOf(scores);
+    // The deviation is taken of (R + G + B) / 3V around the average score, whatever channel
+    // scores the files: with another focus channel the two do not belong together, as it
+    // always was.
+    double deviation = 0.0;
+    if (scores.size() > 1 && largest > 0.0) {
+        double sq = 0.0;
+        for (const SharpnessGrade& e : list) {
+            const double d = (e.red + e.green + e.blue) / (3.0 * largest) - s.avg;
+            sq += d * d;
+        }
+        deviation = std::sqrt(sq / (scores.size() - 1));
+    }
+    return FormatText(kGradeSharpnessSummaryFormat, 1.0, s.avg, s.min, deviation);
+}
+
 GradeResult GradeSharpness(Run& run, const GradeRequest& request,
                            const std::vector<std::string>& inputs) {
     GradeResult& result = run.result;
@@ -265,7 +313,6 @@ GradeResult GradeSharpness(Run& run, const GradeRequest& request,
         return run.Stop(kGradeIntervalsText);
     run.Status(kGradeFocusText);
     const long total = static_cast<long>(inputs.size());
-    double largest = 0.0, largestChannel[3] = {0, 0, 0};
     for (long n = 0; n < total; ++n) {
         if (run.Cancelled())
             return result;
@@ -282,52 +329,15 @@ GradeResult GradeSharpness(Run& run, const GradeRequest& request,
         }
         run.Phase(PhaseProcessed);
         e.index = static_cast<int>(result.sharpness.size());
-        largest = std::max(largest, e.mean);
-        largestChannel[0] = std::max(largestChannel[0], e.red);
-        largestChannel[1] = std::max(largestChannel[1], e.green);
-        largestChannel[2] = std::max(largestChannel[2], e.blue);
         result.sharpness.push_back(e);
         ++result.filesRead;
     }
     if (result.sharpness.empty())
         return run.Finish();
 
-    // Scores: the focus channel's value over the set's largest, so the best scores 1.
-    std::vector<double> scores;
-    for (SharpnessGrade& e : result.sharpness) {
-        double value = e.mean, top = largest;
-        switch (request.focus) {
-        case FocusChannel::Red:
-            value = e.red, top = largestChannel[0];
-            break;
-        case FocusChannel::Green:
-            value = e.green, top = largestChannel[1];
-            break;
-        case FocusChannel::Blue:
-            value = e.blue, top = largestChannel[2];
-            break;
-        case FocusChannel::Average:
-            break;
-        }
-        e.score = top > 0.0 ? value / top : 0.0;
-        e.grade = SharpnessGradeLetter(e.score, request.intervals);
-        scores.push_back(e.score);
-    }
-    const GradeStats s = StatsOf(scores);
-    // The deviation is taken of (R + G + B) / 3V around the average score, whatever channel
-    // scores the files: with another focus channel the two do not belong together, as it
-    // always was.
-    double deviation = 0.0;
-    if (scores.size() > 1 && largest > 0.0) {
-        double sq = 0.0;
-        for (const SharpnessGrade& e : result.sharpness) {
-            const double d = (e.red + e.green + e.blue) / (3.0 * largest) - s.avg;
-            sq += d * d;
-        }
-        deviation = std::sqrt(sq / (scores.size() - 1));
-    }
-    result.summary.push_back(
-        FormatText(kGradeSharpnessSummaryFormat, 1.0, s.avg, s.min, deviation));
+    result.intervals = request.intervals;
+    result.focus = request.focus;
+    result.summary.push_back(ScoreSharpness(result.sharpness, request.intervals, request.focus));
 
     run.Status(kGradeSavingSharpnessText);
     const long count = static_cast<long>(result.sharpness.size());
@@ -564,6 +574,126 @@ GradeResult GradeFiles(const GradeRequest& request, IProgress* progress, INotify
         }
     }
     return result;
+}
+
+// ---- recalculation and automatic selection -------------------------------------------------
+
+bool RecalculateGrades(GradeResult* result, const std::vector<bool>& keep, std::string* error) {
+    const bool sharp = result->method == GradeMethod::Sharpness;
+    const std::size_t count = sharp ? result->sharpness.size() : result->starShapes.size();
+    const std::size_t kept = static_cast<std::size_t>(std::count(keep.begin(), keep.end(), true));
+    if (keep.size() != count || kept == 0) {
+        if (error)
+            *error = kGradeNoneText;
+        return false;
+    }
+    result->summary.clear();
+    if (sharp) {
+        std::vector<SharpnessGrade> list;
+        for (std::size_t i = 0; i < count; ++i)
+            if (keep[i])
+                list.push_back(result->sharpness[i]);
+        for (std::size_t i = 0; i < list.size(); ++i)
+            list[i].index = static_cast<int>(i);
+        result->summary.push_back(ScoreSharpness(list, result->intervals, result->focus));
+        result->sharpness = std::move(list);
+        return true;
+    }
+    std::vector<StarShapeGrade> list;
+    std::vector<double> es, ss, both;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!keep[i])
+            continue;
+        list.push_back(result->starShapes[i]);
+        list.back().selected = true;
+        es.push_back(list.back().eccentricity);
+        ss.push_back(list.back().size);
+        both.push_back(list.back().eccentricity + list.back().size);
+    }
+    result->starShapes = std::move(list);
+    result->eccentricity = StatsOf(es);
+    result->size = StatsOf(ss);
+    result->combined = StatsOf(both);
+    const GradeStats& E = result->eccentricity;
+    const GradeStats& S = result->size;
+    const std::string eccLine = FormatText(kGradeEccentricityFormat, E.min, E.avg, E.max, E.stdDev);
+    const std::string sizeLine = FormatText(kGradeSizeFormat, S.min, S.avg, S.max, S.stdDev);
+    result->summary = {eccLine + "  -  " + sizeLine, eccLine, sizeLine};
+    result->detail =
+        FormatText(kGradeSelectedFormat, static_cast<int>(kept), static_cast<int>(kept));
+    return true;
+}
+
+std::vector<bool> AutoMinMaxSelection(const GradeResult& result) {
+    std::vector<bool> in;
+    if (result.method == GradeMethod::Sharpness) {
+        std::vector<double> scores;
+        for (const SharpnessGrade& e : result.sharpness)
+            scores.push_back(e.score);
+        const GradeStats s = StatsOf(scores);
+        for (double v : scores)
+            in.push_back(v >= s.avg - s.stdDev);
+        return in;
+    }
+    std::vector<double> es, ss;
+    for (const StarShapeGrade& e : result.starShapes) {
+        es.push_back(e.eccentricity);
+        ss.push_back(e.size);
+    }
+    const GradeStats E = StatsOf(es), S = StatsOf(ss);
+    const double limit = (E.avg + E.stdDev) + (S.avg + S.stdDev);
+    for (const StarShapeGrade& e : result.starShapes)
+        in.push_back(e.eccentricity + e.size <= limit);
+    return in;
+}
+
+// ---- grade weights --------------------------------------------------------------------------
+
+std::array<int, 5> GradeWeightPercents(const CSetupParams& setup) {
+    std::array<int, 5> percent{setup.integerPresets[0], setup.integerPresets[1],
+                               setup.integerPresets[2], setup.integerPresets[3], 0};
+    const auto it = setup.records.find(kGradeWeightsRecord);
+    if (it == setup.records.end())
+        return percent;
+    std::istringstream in(it->second);
+    std::array<int, 5> stored{};
+    for (int& v : stored)
+        if (!(in >> v) || v < 0 || v > 100)
+            return percent; // a damaged record: the presets stand
+    return stored;
+}
+
+bool ParseGradeWeight(const std::string& text, int* value) {
+    std::size_t b = text.find_first_not_of(" \t");
+    if (b == std::string::npos)
+        return false;
+    const std::size_t e = text.find_last_not_of(" \t");
+    const std::string digits = text.substr(b, e - b + 1);
+    if (digits.empty() || digits.size() > 3 ||
+        !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
+        return false;
+    const int v = std::stoi(digits);
+    if (v > 100)
+        return false;
+    *value = v;
+    return true;
+}
+
+bool SetGradeWeightPercents(CSetupParams& setup, const std::array<int, 5>& percent,
+                            std::string* error) {
+    for (int v : percent)
+        if (v < 0 || v > 100) {
+            if (error)
+                *error = kGradeWeightRangeText;
+            return false;
+        }
+    for (int i = 0; i < 4; ++i)
+        setup.integerPresets[static_cast<std::size_t>(i)] = percent[static_cast<std::size_t>(i)];
+    std::string text;
+    for (int v : percent)
+        text += (text.empty() ? "" : " ") + std::to_string(v);
+    setup.records[kGradeWeightsRecord] = text;
+    return true;
 }
 
 // ---- reports --------------------------------------------------------------------------------

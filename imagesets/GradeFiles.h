@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/SetupParams.h"
 #include "imagesets/FileOperation.h"
 
 namespace astrivelle {
@@ -131,6 +132,9 @@ struct GradeResult {
     std::string detail; ///< "Selected %d of %d" (star shape)
     std::string step;   ///< "Completed" or "Error", for the automatic process
     GradeStats eccentricity, size, combined;
+    /// What the sharpness list was graded with, for a recalculation of the report.
+    std::array<double, 4> intervals{90, 80, 70, 60};
+    FocusChannel focus = FocusChannel::Average;
 };
 
 /// The edge sharpness of an image: the mean of the red, green and blue edge energies with
@@ -156,5 +160,36 @@ GradeResult GradeFiles(const GradeRequest& request, IProgress* progress, INotify
 std::string GradeReportText(const GradeResult& result, bool print = false);
 /// Writes the save form of the report; false with the reason.
 bool WriteGradeReport(const std::string& path, const GradeResult& result, std::string* error);
+
+/// "Recalc&ulate" of the report: the list keeps the entries whose `keep` flag is set (one
+/// flag per entry of the result's list) and its figures are computed again over them as the
+/// run computes them: for sharpness the scores against the best kept file, the grades by the
+/// result's limits and the summary line; for star shape the three statistics and the summary
+/// lines, every kept entry selected. False, the result unchanged, when no entry is kept
+/// ("No Images Graded") or the flags do not match the list.
+bool RecalculateGrades(GradeResult* result, const std::vector<bool>& keep, std::string* error);
+
+/// "Auto Min/Max" of the report: the entries within the automatic limits. Star shape: the
+/// rule of "Auto", E + S <= (mean E + std. dev. E) + (mean S + std. dev. S) over the list.
+/// Sharpness (higher is better): a score at or above the mean score less one standard
+/// deviation (n - 1) of the scores.
+std::vector<bool> AutoMinMaxSelection(const GradeResult& result);
+
+// ---- the grade weights of "Edit Grades" ------------------------------------------------------
+
+/// The record of the setup file that holds the five weights, "A B C D F" in percent. The
+/// setup's first four integer presets hold A to D as well, for files written before it.
+inline constexpr const char* kGradeWeightsRecord = "GradeWeights";
+inline constexpr const char* kGradeWeightRangeText =
+    "Grade weights must be whole numbers from 0 to 100.";
+
+/// The weights in percent for A, B, C, D, F that the graded combines use.
+std::array<int, 5> GradeWeightPercents(const CSetupParams& setup);
+/// A weight as typed: a whole number 0..100 (spaces around allowed); false otherwise.
+bool ParseGradeWeight(const std::string& text, int* value);
+/// Stores the five weights (each 0..100) on the setup; false with kGradeWeightRangeText and
+/// nothing changed when one is outside.
+bool SetGradeWeightPercents(CSetupParams& setup, const std::array<int, 5>& percent,
+                            std::string* error = nullptr);
 
 } // namespace astrivelle

@@ -5,6 +5,7 @@
 #include <QButtonGroup>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -246,6 +247,22 @@ AlignSheet::AlignSheet(ShellContext& context)
     pointGrid->addRow(QStringLiteral("Rotation Neighborhood Pixel Radius :"), rotationRadius);
     pointGrid->addRow(QStringLiteral("&Minimum Acceptable Correlation % :"), minimumCorrelation);
     pointGrid->addRow(QStringLiteral("Sub-Pixel Step :"), subPixel);
+    searchAngle = new QComboBox(pointBox);
+    searchAngle->setObjectName("searchAngle");
+    for (const std::string& a : SearchAngleChoices())
+        searchAngle->addItem(QString::fromStdString(a));
+    searchAngle->setCurrentText("1.0");
+    angleIncrement = new QComboBox(pointBox);
+    angleIncrement->setObjectName("angleIncrement");
+    for (const std::string& a : AngleIncrementChoices())
+        angleIncrement->addItem(QString::fromStdString(a));
+    angleIncrement->setCurrentText("0.10");
+    pointGrid->addRow(QStringLiteral("Search &Angle In Degrees :"), searchAngle);
+    pointGrid->addRow(QStringLiteral("Search Angle &Increment In Degrees :"), angleIncrement);
+    mosaicSizeButton = MakeButton(pointBox, QStringLiteral("Mosaic Size..."), "mosaicSize");
+    pointGrid->addRow(mosaicSizeButton);
+    connect(mosaicSizeButton, &QPushButton::clicked, this, [this] { OpenMosaicSize(); });
+    connect(mosaicMode, &QCheckBox::toggled, this, [this] { Refresh(); });
     clearPoints = MakeButton(pointBox, QStringLiteral("Clear Points"), "clearPoints");
     pointGrid->addRow(clearPoints);
     connect(clearPoints, &QPushButton::clicked, this, [this] {
@@ -293,11 +310,12 @@ void AlignSheet::Refresh() {
     for (QCheckBox* c : {meridianFlip, mirrorFlip, wideBrightness, smallStars})
         c->setEnabled(star && quick);
     numberOfPoints->setEnabled(!star && PointType() == AlignPointType::TranslateScaleRotate);
-    for (QWidget* w :
-         std::initializer_list<QWidget*>{currentPoint, onStar, autoAdvance, onEachImage,
-                                         onReferenceImage, correlate, mosaicMode, translationRadius,
-                                         rotationRadius, minimumCorrelation, subPixel, clearPoints})
+    for (QWidget* w : std::initializer_list<QWidget*>{
+             currentPoint, onStar, autoAdvance, onEachImage, onReferenceImage, correlate,
+             mosaicMode, translationRadius, rotationRadius, minimumCorrelation, subPixel,
+             searchAngle, angleIncrement, clearPoints})
         w->setEnabled(!star);
+    mosaicSizeButton->setEnabled(!star && mosaicMode->isChecked());
     RefreshSlots();
 }
 
@@ -424,9 +442,84 @@ AlignPointRequest AlignSheet::PointRequest(const std::vector<std::string>& usabl
     r.subPixelStep = QLocale::c().toDouble(subPixel->currentText());
     r.correlate = correlate->isChecked();
     r.mosaic = mosaicMode->isChecked();
+    r.searchAngle = QLocale::c().toDouble(searchAngle->currentText());
+    r.angleIncrement = QLocale::c().toDouble(angleIncrement->currentText());
+    r.mosaicWidth = mosaicWidth_;
+    r.mosaicHeight = mosaicHeight_;
     // Points are put on their stars when they are set.
     r.pointsOnStars = false;
     return r;
+}
+
+// ---- mosaic size --------------------------------------------------------------------------
+
+MosaicSizeDialog::MosaicSizeDialog(const AlignMosaicExtent& extent, QWidget* parent)
+    : QDialog(parent) {
+    setObjectName("CMosaicSize");
+    setWindowTitle(kTitle);
+    auto* form = new QFormLayout(this);
+    collected = new QLabel(QString::asprintf("Collected Extent : %d x %d", extent.collectedWidth,
+                                             extent.collectedHeight),
+                           this);
+    collected->setObjectName("collected");
+    form->addRow(collected);
+    widthBox = new QSpinBox(this);
+    widthBox->setObjectName("mosaicWidth");
+    heightBox = new QSpinBox(this);
+    heightBox->setObjectName("mosaicHeight");
+    widthBox->setRange(std::max(extent.collectedWidth, 1), 1 << 16);
+    heightBox->setRange(std::max(extent.collectedHeight, 1), 1 << 16);
+    widthBox->setValue(extent.width);
+    heightBox->setValue(extent.height);
+    form->addRow(QStringLiteral("Mosaic &Width :"), widthBox);
+    form->addRow(QStringLiteral("Mosaic &Height :"), heightBox);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    okButton = buttons->button(QDialogButtonBox::Ok);
+    okButton->setObjectName("ok");
+    cancelButton = buttons->button(QDialogButtonBox::Cancel);
+    cancelButton->setObjectName("cancel");
+    form->addRow(buttons);
+    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+}
+
+void AlignSheet::SetMosaicSize(int width, int height) {
+    mosaicWidth_ = std::max(width, 0);
+    mosaicHeight_ = std::max(height, 0);
+}
+
+bool AlignSheet::ComputeMosaicSize(AlignMosaicExtent* extent) {
+    AlignPointRequest request = PointRequest(InputFiles(), std::string());
+    request.mosaic = true;
+    std::string text;
+    if (!AlignPointMosaicSize(request, &Notify(), extent, &text)) {
+        if (!text.empty())
+            Say(text);
+        return false;
+    }
+    return true;
+}
+
+MosaicSizeDialog* AlignSheet::OpenMosaicSize() {
+    AlignMosaicExtent extent;
+    if (!ComputeMosaicSize(&extent))
+        return nullptr;
+    if (auto* open = findChild<MosaicSizeDialog*>())
+        delete open;
+    auto* dialog = new MosaicSizeDialog(extent, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    const int collectedW = extent.collectedWidth, collectedH = extent.collectedHeight;
+    connect(dialog, &QDialog::accepted, this, [this, dialog, collectedW, collectedH] {
+        const int w = dialog->widthBox->value(), h = dialog->heightBox->value();
+        // The collected extent itself is kept as "no size set", so that a later change of
+        // the list or the points sizes the frame afresh.
+        if (w == collectedW && h == collectedH)
+            SetMosaicSize(0, 0);
+        else
+            SetMosaicSize(w, h);
+    });
+    dialog->show();
+    return dialog;
 }
 
 bool AlignSheet::Prepare(const std::vector<std::string>& usable, const std::string& outDir,

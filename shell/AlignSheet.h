@@ -5,6 +5,7 @@
 /// star-match or the point-correlation alignment on the worker.
 #pragma once
 #include <QColor>
+#include <QDialog>
 #include <QImage>
 #include <QWidget>
 
@@ -53,6 +54,22 @@ private:
     std::array<AlignPoint, 10> points_{};
 };
 
+/// "Mosaic Size" (CMosaicSize): the frame the mosaic's sizing pass collected, and the width
+/// and height the run is to use, which the user may set (not below the collected extent, so
+/// that no image is cut).
+class MosaicSizeDialog : public QDialog {
+    Q_OBJECT
+public:
+    static constexpr const char* kTitle = "Mosaic Size";
+    MosaicSizeDialog(const AlignMosaicExtent& extent, QWidget* parent = nullptr);
+    /// The collected extent as shown: "Collected Extent : %d x %d".
+    QLabel* collected = nullptr;
+    QSpinBox* widthBox = nullptr;
+    QSpinBox* heightBox = nullptr;
+    QPushButton* okButton = nullptr;
+    QPushButton* cancelButton = nullptr;
+};
+
 /// The mark colour of a point slot (red, blue, green, yellow, cyan, orange, purple, teal, sky
 /// blue, magenta).
 QColor AlignPointColor(int slot);
@@ -85,6 +102,17 @@ public:
     /// The points set on `path`.
     std::array<AlignPoint, 10> PointsOf(const std::string& path) const;
 
+    /// The sizing pass of the mosaic for the list and points as they stand; false with the
+    /// text said through the sheet (nothing said when the user cancelled a radius question).
+    bool ComputeMosaicSize(AlignMosaicExtent* extent);
+    /// "Mosaic Size...": runs the sizing pass and opens the dialog (non-modal); its OK sets
+    /// the frame size of the next run. Null when the pass failed.
+    MosaicSizeDialog* OpenMosaicSize();
+    /// The frame size set through the dialog; 0 by 0 for the collected extent.
+    void SetMosaicSize(int width, int height);
+    int MosaicWidth() const { return mosaicWidth_; }
+    int MosaicHeight() const { return mosaicHeight_; }
+
     QRadioButton* methodButtons[5] = {};
     QSpinBox* numberOfPoints = nullptr; ///< "Number of Points:" (12PT, 3..10)
     QComboBox* currentPoint = nullptr;  ///< the slot a click sets
@@ -98,6 +126,9 @@ public:
     QComboBox* rotationRadius = nullptr;
     QComboBox* minimumCorrelation = nullptr;
     QComboBox* subPixel = nullptr;
+    QComboBox* searchAngle = nullptr;        ///< "Search &Angle In Degrees :"
+    QComboBox* angleIncrement = nullptr;     ///< "Search Angle &Increment In Degrees :"
+    QPushButton* mosaicSizeButton = nullptr; ///< "Mosaic Size...", in mosaic mode
     QCheckBox* quickAlignment = nullptr;
     QCheckBox* meridianFlip = nullptr;
     QCheckBox* mirrorFlip = nullptr;
@@ -121,6 +152,7 @@ private:
     std::string previewPath_;
     std::unique_ptr<Image> previewImage_;
     std::map<std::string, std::array<AlignPoint, 10>> points_;
+    int mosaicWidth_ = 0, mosaicHeight_ = 0;
 };
 
 /// Moves the 0-based (x, y) to the centroid of the star there (window of radius 14, the

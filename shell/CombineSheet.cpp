@@ -11,6 +11,8 @@
 
 #include "imagesets/CombineFiles.h"
 #include "imagesets/FileSetRules.h"
+#include "imagesets/GradeFiles.h"
+#include "shell/ShellContext.h"
 #include "shell/ToolControls.h"
 
 namespace astrivelle {
@@ -115,7 +117,8 @@ bool CombineSheet::Prepare(const std::vector<std::string>& usable, const std::st
     params.saveType = ComboText(saveType);
     if (params.settings.method == CombineMethod::GradeAvg ||
         params.settings.method == CombineMethod::GradeAvgAuto)
-        params.settings.weights = GradeWeights(params.files, {});
+        params.settings.weights =
+            GradeWeights(params.files, {}, GradeWeightPercents(Context().Setup()));
     *body = [params](IProgress& progress, INotify& notify) {
         FileOpResult result;
         result.inputs = params.files;

@@ -1,15 +1,25 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-/// \file The grade report dialog.
+/// \file The grade report dialog and its grade weights dialog.
 #include "shell/GradeReportDialog.h"
 
+#include <QDialogButtonBox>
+#include <QFile>
 #include <QFileDialog>
+#include <QFontDatabase>
+#include <QFormLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
+#include <QPageSize>
+#include <QPdfWriter>
 #include <QPushButton>
 #include <QTableWidget>
+#include <QTextDocument>
 #include <QVBoxLayout>
 
+#include "engine/SystemOptions.h"
 #include "imagesets/FileSetRules.h"
 #include "shell/ToolControls.h"
 
@@ -35,15 +45,102 @@ QString DialogFilter(const char* filter) {
 
 } // namespace
 
-GradeReportDialog::GradeReportDialog(const GradeResult& result, QWidget* parent)
-    : QDialog(parent), result_(result) {
+// ---- grade weights ----------------------------------------------------------------------------
+
+GradeWeightsDialog::GradeWeightsDialog(CSetupParams& setup, QWidget* parent)
+    : QDialog(parent), setup_(setup) {
+    setObjectName("GradeWeightsDialog");
+    setWindowTitle(kTitle);
+    auto* form = new QFormLayout(this);
+    static const char* kLabels[5] = {"A%", "B%", "C%", "D%", "F%"};
+    static const char* kNames[5] = {"weightA", "weightB", "weightC", "weightD", "weightF"};
+    const std::array<int, 5> now = GradeWeightPercents(setup_);
+    for (int i = 0; i < 5; ++i) {
+        weights[i] = new QLineEdit(QString::number(now[i]), this);
+        weights[i]->setObjectName(kNames[i]);
+        form->addRow(QString::fromLatin1(kLabels[i]), weights[i]);
+    }
+    message = new QLabel(this);
+    message->setObjectName("message");
+    form->addRow(message);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    okButton = buttons->button(QDialogButtonBox::Ok);
+    okButton->setObjectName("ok");
+    cancelButton = buttons->button(QDialogButtonBox::Cancel);
+    cancelButton->setObjectName("cancel");
+    form->addRow(buttons);
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] {
+        if (Store())
+            accept();
+    });
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+}
+
+bool GradeWeightsDialog::Store() {
+    std::array<int, 5> percent{};
+    for (int i = 0; i < 5; ++i)
+        if (!ParseGradeWeight(weights[i]->text().toStdString(), &percent[i])) {
+            message->setText(QString::fromLatin1(kGradeWeightRangeText));
+            weights[i]->setFocus();
+            weights[i]->selectAll();
+            return false;
+        }
+    std::string error;
+    if (!SetGradeWeightPercents(setup_, percent, &error)) {
+        message->setText(QString::fromStdString(error));
+        return false;
+    }
+    message->clear();
+    return true;
+}
+
+// ---- the report -------------------------------------------------------------------------------
+
+GradeReportDialog::GradeReportDialog(const GradeResult& result, QWidget* parent,
+                                     CSetupParams* setup)
+    : QDialog(parent), result_(result), setup_(setup ? setup : &Options().setup) {
     setObjectName("GradeReportDialog");
     setWindowTitle(kTitle);
     auto* layout = new QVBoxLayout(this);
+    figures = new QLabel(this);
+    figures->setObjectName("figures");
+    figures->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    layout->addWidget(figures);
     table = new QTableWidget(this);
     table->setObjectName("table");
     table->setSelectionBehavior(QAbstractItemView::SelectRows);
     table->setSelectionMode(QAbstractItemView::MultiSelection);
+    table->horizontalHeader()->setStretchLastSection(true);
+    layout->addWidget(table);
+    Fill();
+
+    auto* buttons = new QHBoxLayout;
+    useButton = MakeButton(this, "Use and Save Selected &Files", "useSelected");
+    recalculateButton = MakeButton(this, "Recalc&ulate", "recalculate");
+    autoButton = MakeButton(this, "Auto Min/Max", "autoMinMax");
+    editGradesButton = MakeButton(this, "&Edit Grades", "editGrades");
+    printButton = MakeButton(this, "&Print Report", "printReport");
+    saveButton = MakeButton(this, "&Save Report", "saveReport");
+    closeButton = MakeButton(this, "Close", "close");
+    for (QPushButton* b : {useButton, recalculateButton, autoButton, editGradesButton})
+        buttons->addWidget(b);
+    buttons->addStretch(1);
+    for (QPushButton* b : {printButton, saveButton, closeButton})
+        buttons->addWidget(b);
+    layout->addLayout(buttons);
+    connect(saveButton, &QPushButton::clicked, this, [this] { AskAndSave(); });
+    connect(printButton, &QPushButton::clicked, this, [this] { AskAndPrint(); });
+    connect(useButton, &QPushButton::clicked, this, [this] { UseSelected(); });
+    connect(recalculateButton, &QPushButton::clicked, this, [this] { Recalculate(); });
+    connect(autoButton, &QPushButton::clicked, this, [this] { AutoMinMax(); });
+    connect(editGradesButton, &QPushButton::clicked, this, [this] { OpenEditGrades(); });
+    connect(closeButton, &QPushButton::clicked, this, &QDialog::accept);
+    resize(720, 420);
+}
+
+void GradeReportDialog::Fill() {
+    table->clearSelection();
+    table->clearContents();
     if (result_.method == GradeMethod::Sharpness) {
         table->setColumnCount(7);
         table->setHorizontalHeaderLabels(
@@ -77,26 +174,41 @@ GradeReportDialog::GradeReportDialog(const GradeResult& result, QWidget* parent)
             ++row;
         }
     }
-    table->horizontalHeader()->setStretchLastSection(true);
-    layout->addWidget(table);
-
-    auto* buttons = new QHBoxLayout;
-    useButton = MakeButton(this, "Use and Save Selected &Files", "useSelected");
-    saveButton = MakeButton(this, "&Save Report", "saveReport");
-    closeButton = MakeButton(this, "Close", "close");
-    buttons->addWidget(useButton);
-    buttons->addStretch(1);
-    buttons->addWidget(saveButton);
-    buttons->addWidget(closeButton);
-    layout->addLayout(buttons);
-    connect(saveButton, &QPushButton::clicked, this, [this] { AskAndSave(); });
-    connect(useButton, &QPushButton::clicked, this, [this] { UseSelected(); });
-    connect(closeButton, &QPushButton::clicked, this, &QDialog::accept);
-    resize(640, 400);
+    QStringList lines;
+    for (const std::string& line : result_.summary)
+        lines << QString::fromStdString(line);
+    figures->setText(lines.join('\n'));
 }
 
 bool GradeReportDialog::SaveReport(const std::string& path, std::string* error) {
     return WriteGradeReport(path, result_, error);
+}
+
+std::string GradeReportDialog::PrintText() const {
+    return GradeReportText(result_, true);
+}
+
+bool GradeReportDialog::PrintReport(const std::string& path, std::string* error) {
+    QPdfWriter writer(QString::fromStdString(path));
+    writer.setPageSize(QPageSize(QPageSize::A4));
+    writer.setResolution(300);
+    writer.setTitle(QString::fromLatin1(
+        result_.method == GradeMethod::Sharpness ? kSharpnessReportTitle : kStarReportTitle));
+    writer.setCreator(QStringLiteral("Astrivelle"));
+    QTextDocument document;
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    font.setPointSizeF(8.0);
+    document.setDefaultFont(font);
+    document.setPlainText(QString::fromStdString(PrintText()));
+    document.print(&writer);
+    // The writer finishes the file when it goes; a file that did not come out is an error.
+    QFile check(QString::fromStdString(path));
+    if (!check.exists() || check.size() == 0) {
+        if (error)
+            *error = "Could not write " + path;
+        return false;
+    }
+    return true;
 }
 
 void GradeReportDialog::AskAndSave() {
@@ -108,6 +220,18 @@ void GradeReportDialog::AskAndSave() {
         return;
     std::string error;
     if (!SaveReport(path.toStdString(), &error))
+        QMessageBox::warning(this, windowTitle(), QString::fromStdString(error));
+}
+
+void GradeReportDialog::AskAndPrint() {
+    const bool sharp = result_.method == GradeMethod::Sharpness;
+    const QString path =
+        QFileDialog::getSaveFileName(this, sharp ? kSharpnessReportTitle : kStarReportTitle,
+                                     QString(), QStringLiteral("PDF Document (*.pdf)"));
+    if (path.isEmpty())
+        return;
+    std::string error;
+    if (!PrintReport(path.toStdString(), &error))
         QMessageBox::warning(this, windowTitle(), QString::fromStdString(error));
 }
 
@@ -132,6 +256,36 @@ bool GradeReportDialog::UseSelected() {
     if (onUsed)
         onUsed();
     return true;
+}
+
+bool GradeReportDialog::Recalculate() {
+    std::vector<bool> keep;
+    for (int row = 0; row < table->rowCount(); ++row)
+        keep.push_back(table->item(row, 0) && table->item(row, 0)->isSelected());
+    std::string error;
+    if (!RecalculateGrades(&result_, keep, &error)) {
+        figures->setText(QString::fromStdString(error));
+        return false;
+    }
+    Fill();
+    return true;
+}
+
+void GradeReportDialog::AutoMinMax() {
+    const std::vector<bool> in = AutoMinMaxSelection(result_);
+    table->clearSelection();
+    for (int row = 0; row < table->rowCount() && row < static_cast<int>(in.size()); ++row)
+        if (in[static_cast<std::size_t>(row)])
+            table->selectRow(row);
+}
+
+GradeWeightsDialog* GradeReportDialog::OpenEditGrades() {
+    if (auto* open = findChild<GradeWeightsDialog*>())
+        delete open;
+    auto* dialog = new GradeWeightsDialog(*setup_, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->show();
+    return dialog;
 }
 
 } // namespace astrivelle

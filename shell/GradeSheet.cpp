@@ -15,6 +15,7 @@
 #include <QVBoxLayout>
 
 #include "shell/GradeReportDialog.h"
+#include "shell/ShellContext.h"
 #include "shell/ToolControls.h"
 
 namespace astrivelle {
@@ -188,7 +189,7 @@ GradeReportDialog* GradeSheet::OpenReport() {
         return nullptr;
     if (auto* open = findChild<GradeReportDialog*>())
         delete open;
-    auto* dialog = new GradeReportDialog(*result_, this);
+    auto* dialog = new GradeReportDialog(*result_, this, &Context().Setup());
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->onUsed = [] { FileSetFrame::RefreshAllSheets(); };
     dialog->show();

@@ -248,44 +248,7 @@ TEST(GeoTransformTool, LoadsRecordedStepsIntoTheirPages) {
 
 namespace fs = std::filesystem;
 
-/// A desktop context for the sheets: output lists cleared before and after.
-class SheetShell : public ShellContext {
-    struct AppFirst {
-        AppFirst() {
-            ToolTestApp();
-            FileOpLists().Clear();
-        }
-    } appFirst_;
-
-public:
-    ScratchDir dir;
-    RecordingNotify notify;
-    CMainWindow model{&notify};
-    CSetupParams setup;
-
-    SheetShell() { model.lastFolder = dir.path().string(); }
-    ~SheetShell() override {
-        ToolFrame::CloseAll();
-        FileOpLists().Clear();
-    }
-    CMainWindow& Model() override { return model; }
-    QWidget* MainWidget() override { return &main_; }
-    CProcessWindow* ActiveImage() override { return model.ActiveImage(); }
-    void ImageChanged(CProcessWindow*) override {}
-    CSetupParams& Setup() override { return setup; }
-
-    /// A 16-bit FITS file of w x h whose sample is fn(x, y).
-    template <class Fn> std::string Fits(const std::string& name, int w, int h, Fn fn) {
-        Image img;
-        MakeImage(img, w, h, ColorGray, [&](int, int x, int y) { return fn(x, y); });
-        const std::string path = dir.file(name);
-        EXPECT_TRUE(img.WriteFile(path, KindFITS)) << path;
-        return path;
-    }
-
-private:
-    QWidget main_;
-};
+using SheetShell = SheetTestShell<>;
 
 /// Both files hold the same planes, sample for sample.
 void ExpectSameFile(const std::string& a, const std::string& b) {

@@ -47,50 +47,16 @@ public:
 };
 
 /// A desktop context for the sheets with a hookable notifier.
-class SheetShell : public ShellContext {
-    struct AppFirst {
-        AppFirst() {
-            ToolTestApp();
-            FileOpLists().Clear();
-        }
-    } appFirst_;
-
+class SheetShell : public SheetTestShell<HookNotify> {
 public:
-    ScratchDir dir;
-    HookNotify notify;
-    CMainWindow model{&notify};
-    CSetupParams setup;
+    ~SheetShell() override { delete CalibrationSetupDialog::Open(); }
 
-    SheetShell() { model.lastFolder = dir.path().string(); }
-    ~SheetShell() override {
-        ToolFrame::CloseAll();
-        delete CalibrationSetupDialog::Open();
-        FileOpLists().Clear();
-    }
-    CMainWindow& Model() override { return model; }
-    QWidget* MainWidget() override { return &main_; }
-    CProcessWindow* ActiveImage() override { return model.ActiveImage(); }
-    void ImageChanged(CProcessWindow*) override {}
-    CSetupParams& Setup() override { return setup; }
-
-    /// A 16-bit FITS file of w x h whose sample is fn(x, y).
-    template <class Fn> std::string Fits(const std::string& name, int w, int h, Fn fn) {
-        Image img;
-        MakeImage(img, w, h, ColorGray, [&](int, int x, int y) { return fn(x, y); });
-        img.fitsCompress = false;
-        const std::string path = dir.file(name);
-        EXPECT_TRUE(img.WriteFile(path, KindFITS)) << path;
-        return path;
-    }
     /// Three frames of 16 x 12 with different levels and spreads.
     std::vector<std::string> ThreeFrames() {
         return {Fits("a.fit", 16, 12, [](int x, int y) { return 1000 + 10 * x + y; }),
                 Fits("b.fit", 16, 12, [](int x, int y) { return 3000 + 40 * x + 7 * y; }),
                 Fits("c.fit", 16, 12, [](int x, int y) { return 500 + 3 * x + 20 * y; })};
     }
-
-private:
-    QWidget main_;
 };
 
 QStringList Q(const std::vector<std::string>& paths) {

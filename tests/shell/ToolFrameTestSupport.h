@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "imagesets/FileOperation.h"
 #include "shell/ShellContext.h"
 #include "shell/ToolFrame.h"
 
@@ -84,6 +85,47 @@ public:
 
     std::string LastMessage() const {
         return notify.messages.empty() ? std::string() : notify.messages.back();
+    }
+
+private:
+    QWidget main_;
+};
+
+/// A desktop context for the image-set sheets, with the notifier `Notifier`: the file lists
+/// of earlier runs cleared before and after.
+template <class Notifier = RecordingNotify> class SheetTestShell : public ShellContext {
+    struct AppFirst {
+        AppFirst() {
+            ToolTestApp();
+            FileOpLists().Clear();
+        }
+    } appFirst_; // before any widget member
+
+public:
+    ScratchDir dir;
+    Notifier notify;
+    CMainWindow model{&notify};
+    CSetupParams setup;
+
+    SheetTestShell() { model.lastFolder = dir.path().string(); }
+    ~SheetTestShell() override {
+        ToolFrame::CloseAll();
+        FileOpLists().Clear();
+    }
+    CMainWindow& Model() override { return model; }
+    QWidget* MainWidget() override { return &main_; }
+    CProcessWindow* ActiveImage() override { return model.ActiveImage(); }
+    void ImageChanged(CProcessWindow*) override {}
+    CSetupParams& Setup() override { return setup; }
+
+    /// An uncompressed 16-bit FITS file of w x h in the scratch folder whose sample is fn(x, y).
+    template <class Fn> std::string Fits(const std::string& name, int w, int h, Fn fn) {
+        Image img;
+        test::MakeImage(img, w, h, ColorGray, [&](int, int x, int y) { return fn(x, y); });
+        img.fitsCompress = false;
+        const std::string path = dir.file(name);
+        EXPECT_TRUE(img.WriteFile(path, KindFITS)) << path;
+        return path;
     }
 
 private:
