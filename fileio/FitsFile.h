@@ -43,22 +43,4 @@ inline std::string FitsStatusText(int status) {
     return "FITS error " + std::to_string(status) + ": " + text;
 }
 
-/// A temporary sample buffer in one page allocation, freed at once when it goes.
-class SampleBuffer {
-public:
-    SampleBuffer() = default;
-    ~SampleBuffer() { PageFree(data_); }
-    SampleBuffer(const SampleBuffer&) = delete;
-    SampleBuffer& operator=(const SampleBuffer&) = delete;
-    bool Allocate(std::size_t bytes) {
-        PageFree(data_);
-        data_ = PageAlloc(bytes);
-        return data_ != nullptr;
-    }
-    void* data() const { return data_; }
-
-private:
-    void* data_ = nullptr;
-};
-
 } // namespace astrivelle

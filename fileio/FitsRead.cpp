@@ -351,7 +351,7 @@ private:
     Sample sample_;
     int width_;
     int height_;
-    SampleBuffer buffer_;
+    PageBuffer buffer_;
 };
 
 /// The COMMENT lines cfitsio writes into every new primary header; they are not carried.

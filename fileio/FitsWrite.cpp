@@ -223,7 +223,7 @@ bool WriteFitsFile(const std::string& path, int width, int height, std::uint32_t
     const int block = static_cast<int>(std::clamp<long long>(
         static_cast<long long>(kBlockBytes / (static_cast<std::size_t>(width) * format.sampleSize)),
         1, height));
-    SampleBuffer buffer;
+    PageBuffer buffer;
     if (!buffer.Allocate(static_cast<std::size_t>(block) * width * format.sampleSize))
         return Fail("Could not allocate memory for the FITS samples");
     auto writePlane = [&](const PlaneSource& source, long long firstElement) {

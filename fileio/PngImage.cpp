@@ -24,19 +24,6 @@ bool Fail(const std::string& reason) {
     return false;
 }
 
-/// Page-allocated bytes, freed when they go.
-class Bytes {
-public:
-    explicit Bytes(std::size_t n) : data_(static_cast<std::uint8_t*>(PageAlloc(n))) {}
-    ~Bytes() { PageFree(data_); }
-    Bytes(const Bytes&) = delete;
-    Bytes& operator=(const Bytes&) = delete;
-    std::uint8_t* get() const { return data_; }
-
-private:
-    std::uint8_t* data_;
-};
-
 } // namespace
 
 bool Image::WritePNG(const std::string& path) {
@@ -61,10 +48,10 @@ bool Image::WritePNG(const std::string& path) {
 
     const std::size_t w = static_cast<std::size_t>(width);
     const std::size_t rowBytes = w * channels;
-    Bytes bytes(rowBytes * static_cast<std::size_t>(height));
-    if (!bytes.get())
+    PageBuffer bytes;
+    if (!bytes.Allocate(rowBytes * static_cast<std::size_t>(height)))
         return Fail("Could not allocate memory for the PNG rows");
-    std::uint8_t* out = bytes.get();
+    auto* out = static_cast<std::uint8_t*>(bytes.data());
     ParallelRows(static_cast<int>(height), [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             std::uint8_t* row = out + rowBytes * static_cast<std::size_t>(y);

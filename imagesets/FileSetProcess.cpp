@@ -1155,9 +1155,12 @@ void Runner::Run() {
 
 } // namespace
 
-FileSetRunResult RunFileSetProcess(const CAutoProcessParams& params, IProgress* progress,
-                                   INotify* notify, CalibrationSetup* setup, bool setupDialogOpen,
-                                   const FileSetStepObserver& onStep) {
+namespace {
+
+/// The run with its checks (`check`) or without them, for a caller that has just made them.
+FileSetRunResult RunProcess(const CAutoProcessParams& params, IProgress* progress, INotify* notify,
+                            CalibrationSetup* setup, bool check, bool setupDialogOpen,
+                            const FileSetStepObserver& onStep) {
     FileSetRunResult result;
     if (setup)
         result.setup = *setup;
@@ -1167,7 +1170,7 @@ FileSetRunResult RunFileSetProcess(const CAutoProcessParams& params, IProgress* 
         result.status = result.text;
         return result;
     }
-    if (!CheckFileSetProcess(params, setupDialogOpen, notify, &result.text)) {
+    if (check && !CheckFileSetProcess(params, setupDialogOpen, notify, &result.text)) {
         result.status = result.text;
         if (notify)
             notify->Message(result.text);
@@ -1189,6 +1192,20 @@ FileSetRunResult RunFileSetProcess(const CAutoProcessParams& params, IProgress* 
     if (setup)
         *setup = result.setup;
     return result;
+}
+
+} // namespace
+
+FileSetRunResult RunFileSetProcess(const CAutoProcessParams& params, IProgress* progress,
+                                   INotify* notify, CalibrationSetup* setup, bool setupDialogOpen,
+                                   const FileSetStepObserver& onStep) {
+    return RunProcess(params, progress, notify, setup, true, setupDialogOpen, onStep);
+}
+
+FileSetRunResult RunCheckedFileSetProcess(const CAutoProcessParams& params, IProgress* progress,
+                                          INotify* notify, CalibrationSetup* setup,
+                                          const FileSetStepObserver& onStep) {
+    return RunProcess(params, progress, notify, setup, false, false, onStep);
 }
 
 } // namespace astrivelle

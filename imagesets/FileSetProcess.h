@@ -189,4 +189,10 @@ FileSetRunResult RunFileSetProcess(const CAutoProcessParams& params, IProgress* 
                                    bool setupDialogOpen = false,
                                    const FileSetStepObserver& onStep = {});
 
+/// The same run for a caller that has just passed CheckFileSetProcess with these parameters
+/// (a window that shows the refusals itself): the files are not read for the checks again.
+FileSetRunResult RunCheckedFileSetProcess(const CAutoProcessParams& params, IProgress* progress,
+                                          INotify* notify, CalibrationSetup* setup = nullptr,
+                                          const FileSetStepObserver& onStep = {});
+
 } // namespace astrivelle

@@ -36,10 +36,6 @@ constexpr std::array<const char*, 3> kLevelTexts = {"Normal", "Aggressive", "Ver
 constexpr std::array<const char*, 2> kModels = {"MONO", "COLOR"};
 constexpr std::array<const char*, 2> kMonoTypes = {"CCD", "Bayer CFA"};
 
-QString Q(const std::string& s) {
-    return QString::fromStdString(s);
-}
-
 std::string& PathOf(CalibrationSetup& s, int i) {
     std::string* p[4] = {&s.flatPath, &s.flatDarkPath, &s.darkPath, &s.biasPath};
     return *p[i];

@@ -6,7 +6,6 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
-#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QGroupBox>
@@ -38,10 +37,6 @@ namespace astrivelle {
 
 namespace {
 
-QString Q(const std::string& s) {
-    return QString::fromStdString(s);
-}
-
 std::set<FileSetFrame*>& OpenSheets() {
     static std::set<FileSetFrame*> sheets;
     return sheets;
@@ -51,21 +46,6 @@ constexpr int kExcludeColumn = 1;
 constexpr int kReferenceColumn = 2;
 
 } // namespace
-
-// ---- progress, posted to the frame ---------------------------------------------------------
-
-void FileSetProgress::SetProgress(long step, long total) {
-    PostProgress(frame_.data(), &FileSetFrame::runProgress, step, total);
-}
-
-void FileSetProgress::SetStatus(const std::string& text) {
-    PostText(frame_.data(), &FileSetFrame::status, Q(text));
-}
-
-void FileSetProgress::SetCounter(long current, long total) {
-    PostText(frame_.data(), &FileSetFrame::counter,
-             QStringLiteral("%1 of %2").arg(current).arg(total));
-}
 
 // ---- the frame -----------------------------------------------------------------------------
 
@@ -431,14 +411,9 @@ bool FileSetFrame::Run() {
     INotify* notify = workerNotify_.get();
     const bool started = worker_->Start(
         [self, progress, notify, body] {
-            FileOpResult result = body(*progress, *notify);
-            QMetaObject::invokeMethod(
-                qApp,
-                [self, result = std::move(result)]() mutable {
-                    if (self)
-                        self->FinishRun(std::move(result));
-                },
-                Qt::QueuedConnection);
+            PostCall(self, [result = body(*progress, *notify)](FileSetFrame& f) mutable {
+                f.FinishRun(std::move(result));
+            });
         },
         GetThreadPriorityWord(), &Notify());
     if (!started)
@@ -479,13 +454,7 @@ void FileSetFrame::FinishRun(FileOpResult result) {
 }
 
 bool FileSetFrame::WaitForRun(int timeoutMs) {
-    QElapsedTimer timer;
-    timer.start();
-    while (running_ && timer.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    // The last queued texts of the worker arrive before its end; let them land.
-    QCoreApplication::processEvents();
-    return !running_;
+    return WaitWhileRunning(running_, timeoutMs);
 }
 
 void FileSetFrame::closeEvent(QCloseEvent* event) {

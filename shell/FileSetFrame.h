@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "imagesets/FileOperation.h"
+#include "shell/PostToGui.h"
 #include "shell/ToolFrame.h"
 
 class QComboBox;
@@ -50,16 +51,7 @@ struct FileSetTraits {
 using FileSetBody = std::function<FileOpResult(IProgress& progress, INotify& notify)>;
 
 /// Progress of a run, posted to the frame.
-class FileSetProgress : public IFileOpOwner {
-public:
-    explicit FileSetProgress(FileSetFrame* frame) : frame_(frame) {}
-    void SetProgress(long step, long total) override;
-    void SetStatus(const std::string& text) override;
-    void SetCounter(long current, long total) override;
-
-private:
-    QPointer<FileSetFrame> frame_;
-};
+using FileSetProgress = WindowRunProgress<FileSetFrame>;
 
 class FileSetFrame : public ToolFrame {
     Q_OBJECT
@@ -136,7 +128,6 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    friend class FileSetProgress;
     void BuildControlPage();
     void ChooseDirectory();
     void BrowseFiles();

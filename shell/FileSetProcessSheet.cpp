@@ -8,7 +8,6 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
-#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QGridLayout>
@@ -48,10 +47,6 @@
 namespace astrivelle {
 
 namespace {
-
-QString Q(const std::string& s) {
-    return QString::fromStdString(s);
-}
 
 /// A choice shown as `text` and stored as `keyword`.
 struct Choice {
@@ -148,21 +143,6 @@ private:
 };
 
 } // namespace
-
-// ---- progress, posted to the sheet ---------------------------------------------------------
-
-void FileSetProcessProgress::SetProgress(long step, long total) {
-    PostProgress(sheet_.data(), &FileSetProcessSheet::runProgress, step, total);
-}
-
-void FileSetProcessProgress::SetStatus(const std::string& text) {
-    PostText(sheet_.data(), &FileSetProcessSheet::status, Q(text));
-}
-
-void FileSetProcessProgress::SetCounter(long current, long total) {
-    PostText(sheet_.data(), &FileSetProcessSheet::counter,
-             QStringLiteral("%1 of %2").arg(current).arg(total));
-}
 
 // ---- the sheet -----------------------------------------------------------------------------
 
@@ -766,23 +746,14 @@ bool FileSetProcessSheet::Process() {
         [self, progress, notify, params, base] {
             CalibrationSetup setup = base;
             auto onStep = [self](std::size_t index, const CFileSetOpElement& step) {
-                QMetaObject::invokeMethod(
-                    qApp,
-                    [self, index, step] {
-                        if (self)
-                            self->ShowStep(index, step);
-                    },
-                    Qt::QueuedConnection);
+                PostCall(self, [index, step](FileSetProcessSheet& s) { s.ShowStep(index, step); });
             };
+            // The checks ran on this window's thread just before.
             FileSetRunResult result =
-                RunFileSetProcess(params, progress, notify, &setup, false, onStep);
-            QMetaObject::invokeMethod(
-                qApp,
-                [self, result = std::move(result)]() mutable {
-                    if (self)
-                        self->FinishRun(std::move(result));
-                },
-                Qt::QueuedConnection);
+                RunCheckedFileSetProcess(params, progress, notify, &setup, onStep);
+            PostCall(self, [result = std::move(result)](FileSetProcessSheet& s) mutable {
+                s.FinishRun(std::move(result));
+            });
         },
         GetThreadPriorityWord(), &Notify());
     if (!started)
@@ -828,12 +799,7 @@ void FileSetProcessSheet::FinishRun(FileSetRunResult result) {
 }
 
 bool FileSetProcessSheet::WaitForRun(int timeoutMs) {
-    QElapsedTimer timer;
-    timer.start();
-    while (running_ && timer.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    QCoreApplication::processEvents();
-    return !running_;
+    return WaitWhileRunning(running_, timeoutMs);
 }
 
 void FileSetProcessSheet::closeEvent(QCloseEvent* event) {

@@ -16,6 +16,7 @@
 
 #include "imagesets/FileOperation.h"
 #include "imagesets/FileSetProcess.h"
+#include "shell/PostToGui.h"
 #include "shell/ToolFrame.h"
 
 class QCheckBox;
@@ -36,16 +37,7 @@ namespace astrivelle {
 class FileSetProcessSheet;
 
 /// Progress of a run, posted to the sheet.
-class FileSetProcessProgress : public IFileOpOwner {
-public:
-    explicit FileSetProcessProgress(FileSetProcessSheet* sheet) : sheet_(sheet) {}
-    void SetProgress(long step, long total) override;
-    void SetStatus(const std::string& text) override;
-    void SetCounter(long current, long total) override;
-
-private:
-    QPointer<FileSetProcessSheet> sheet_;
-};
+using FileSetProcessProgress = WindowRunProgress<FileSetProcessSheet>;
 
 /// The controls of one frame type's page.
 struct FrameListPage {
@@ -144,7 +136,6 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    friend class FileSetProcessProgress;
     void BuildFramePage(FrameKind kind, const QString& title);
     void BuildProcessPage();
     void BrowseFiles(FrameKind kind);

@@ -45,10 +45,6 @@ FileSetTraits FilterTraits() {
     return t;
 }
 
-QString Q(const std::string& s) {
-    return QString::fromStdString(s);
-}
-
 } // namespace
 
 FilterFilesSheet* FilterFilesSheet::Show(ShellContext& context) {

@@ -42,6 +42,7 @@
 #include "shell/PropertiesTool.h"
 #include "shell/QtNotify.h"
 #include "shell/SystemOptionsTool.h"
+#include "shell/ToolControls.h"
 #include "shell/ToolFrame.h"
 
 namespace astrivelle {
@@ -49,10 +50,6 @@ namespace astrivelle {
 namespace {
 
 constexpr int kRecentFileLimit = 8;
-
-QString Q(const std::string& s) {
-    return QString::fromStdString(s);
-}
 
 /// The window icon: the picture of the installed astrivelle.svg (a star on a night-blue
 /// disc), drawn here so that no icon theme is searched (the desktop entry names the

@@ -7,7 +7,6 @@
 #include <QButtonGroup>
 #include <QCloseEvent>
 #include <QComboBox>
-#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QGroupBox>
@@ -44,10 +43,6 @@ constexpr const char* kBrowseObjects[4] = {"browseFlat1", "browseFlat2", "browse
                                            "browseBias2"};
 constexpr std::array<const char*, 5> kAdcChoices = {" 8 bit", "10 bit", "12 bit", "14 bit",
                                                     "16 bit"};
-
-QString Q(const std::string& s) {
-    return QString::fromStdString(s);
-}
 
 /// The same file under either name.
 bool SameFile(const std::string& a, const std::string& b) {
@@ -257,14 +252,8 @@ bool ReadNoiseGainDialog::Compute() {
     ReadNoiseGainProgress* progress = progress_.get();
     const bool started = worker_->Start(
         [self, progress, request] {
-            ReadNoiseGainResult result = ComputeReadNoiseGain(request, progress);
-            QMetaObject::invokeMethod(
-                qApp,
-                [self, result = std::move(result)]() mutable {
-                    if (self)
-                        self->Finish(std::move(result));
-                },
-                Qt::QueuedConnection);
+            PostCall(self, [result = ComputeReadNoiseGain(request, progress)](
+                               ReadNoiseGainDialog& d) mutable { d.Finish(std::move(result)); });
         },
         GetThreadPriorityWord(), &Context().Model().notify());
     if (!started)
@@ -315,12 +304,7 @@ void ReadNoiseGainDialog::Finish(ReadNoiseGainResult result) {
 }
 
 bool ReadNoiseGainDialog::WaitForRun(int timeoutMs) {
-    QElapsedTimer timer;
-    timer.start();
-    while (running_ && timer.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    QCoreApplication::processEvents();
-    return !running_;
+    return WaitWhileRunning(running_, timeoutMs);
 }
 
 void ReadNoiseGainDialog::closeEvent(QCloseEvent* event) {

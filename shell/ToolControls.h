@@ -25,6 +25,11 @@ class QWidget;
 
 namespace astrivelle {
 
+/// A program text (UTF-8) as a Qt string.
+inline QString Q(const std::string& s) {
+    return QString::fromStdString(s);
+}
+
 class CProcessWindow;
 class ShellContext;
 class ToolFrame;

@@ -22,5 +22,14 @@ def read_float(path):
     raise ValueError(f"{path}: no image data")
 
 
+def image_shape(path):
+    """The (rows, columns) of the first image HDU, from its header alone."""
+    with fits.open(path) as hdul:
+        for hdu in hdul:
+            if hdu.shape and len(hdu.shape) >= 2:
+                return hdu.shape[-2], hdu.shape[-1]
+    raise ValueError(f"{path}: no image data")
+
+
 def write_float(path, data, header=None):
     fits.PrimaryHDU(np.asarray(data, dtype=np.float32), header=header).writeto(path, overwrite=True)

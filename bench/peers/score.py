@@ -22,7 +22,7 @@ import tempfile
 import numpy as np
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from common import frames, read_float, write_float  # noqa: E402
+from common import frames, image_shape, read_float, write_float  # noqa: E402
 
 
 def in_adu(path, folder):
@@ -42,10 +42,9 @@ def in_adu(path, folder):
 def inset_of(path, truth):
     """The border an image lacks against the night's frames: a colour interpolation that drops
     one pixel all round gives 1; 0 for an image of the frames' size or any other size."""
-    data, _ = read_float(path)
+    h, w = image_shape(path)
     with open(truth) as f:
         t = json.load(f)
-    h, w = data.shape[-2], data.shape[-1]
     dw, dh = t["width"] - w, t["height"] - h
     return dw // 2 if dw == dh and dw > 0 and dw % 2 == 0 else 0
 

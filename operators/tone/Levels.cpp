@@ -49,7 +49,7 @@ struct LevelsCurve {
 
 /// From this many pixels on, a table of the curve over the unit intervals of 0..65536 is made
 /// once per plane (see LevelsTable) and pays for itself; smaller planes take the fast form.
-constexpr std::uint32_t kCachePixels = 4u * 65536u;
+constexpr std::uint32_t kTablePixels = 4u * 65536u;
 
 /// Pixels settled together by the fast form; a block holding a pixel it cannot settle is
 /// evaluated again by the curve itself.
@@ -503,14 +503,8 @@ void Image::ApplyLevels(bool pending, float* prev, float* cur, int black, int mi
         for (; i < end; ++i)
             cur[i] = value(prev[i]);
     };
-    if (pixelCount < kCachePixels) {
-        ParallelRows(height, [&](int y0, int y1) {
-            span(static_cast<std::size_t>(y0) * w, static_cast<std::size_t>(y1) * w);
-        });
-        return;
-    }
     LevelsTable table;
-    if (!TableApplies(curve) || !MakeLevelsTable(curve, top, &table)) {
+    if (pixelCount < kTablePixels || !TableApplies(curve) || !MakeLevelsTable(curve, top, &table)) {
         ParallelRows(height, [&](int y0, int y1) {
             span(static_cast<std::size_t>(y0) * w, static_cast<std::size_t>(y1) * w);
         });
