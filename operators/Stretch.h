@@ -317,6 +317,12 @@ int PlainPlanes();
 /// The next `n` scratch-plane allocations of Digital Development succeed, the rest fail;
 /// -1 (the default) lets all succeed.
 void SetAllocationBudget(int n);
+/// The three-plane row kernels run 4 or 8 pixels at a time (8 only where the processor has
+/// AVX-512); 0 (the default) takes the widest. False, and nothing changed, for a width this
+/// processor cannot run.
+bool SetDdpRowLanes(int lanes);
+/// The width the row kernels run at now.
+int DdpRowLanes();
 } // namespace stretch_testing
 
 } // namespace astrivelle

@@ -9,7 +9,8 @@
 /// shown, and the custom filter, take the plain gather of each window. Entries of exactly -1.0
 /// are left out of the sum and the weight count in both. On three planes the medians and the
 /// value plane come from one pass, and the colour step, the window curve and the value swap
-/// from a second, a row at a time. The parameter text and the replay are in
+/// from a second, a row at a time; the row kernels of that pass are in
+/// DigitalDevelopmentRows.cpp. The parameter text and the replay are in
 /// DigitalDevelopmentText.cpp.
 #include <tbb/task_arena.h>
 
@@ -31,6 +32,7 @@
 #include "engine/ParamText.h"
 #include "operators/FilterSupport.h"
 #include "operators/Stretch.h"
+#include "operators/tone/DigitalDevelopmentRows.h"
 
 namespace astrivelle {
 
@@ -122,23 +124,6 @@ struct WindowFilter {
     bool box = true;
     const double* weights = kBoxWeights;
     int Side() const { return 2 * half + 1; }
-};
-
-/// The curve of one plane: v / (v + a + 1) * M + B, or through the blurred value f.
-struct DdpCurve {
-    double a, top, backgroundMin, strength;
-    bool fixDefects;
-    double Plain(double v) const { return v / (v + a + 1.0) * top + backgroundMin; }
-    double Filtered(double v, double f) const {
-        const double d = (1.0 - strength) * v + strength * f + a + 1.0;
-        double out = v / d * top + backgroundMin;
-        if (fixDefects) {
-            const double out2 = v / (a + v + 1.0) * top + backgroundMin;
-            if (out2 > out)
-                out = out2;
-        }
-        return out;
-    }
 };
 
 /// The plain gather of one window: mirror rule, -1.0 entries skipped, the weight sum held as an
@@ -552,175 +537,6 @@ Outcome CurvePlane(const Image& img, const float* src, int offset, const PreStre
         progress);
 }
 
-/// Four lanes of doubles and of their masks, four floats.
-typedef double DoubleLanes __attribute__((vector_size(32)));
-typedef long long MaskLanes __attribute__((vector_size(32)));
-typedef float FloatLanes __attribute__((vector_size(16)));
-
-/// The curve and decompress-colour step of one row from its pre-stretched values, four pixels
-/// at a time without branches. Each lane makes the same operations in the same order as
-/// DecompressColor, so the results are the same floats. Only a pixel whose red is the largest
-/// and 0 reads the held blue ratio; those are redone one at a time with the ratio of the last
-/// pixel before them (in the row) that set it.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-__attribute__((target_clones("avx2", "default")))
-#endif
-void ColourRow(const double* r, const double* g, const double* b, int w, const DdpCurve& curve,
-               const double weights[3], double top, float* outR, float* outG, float* outB) {
-    const double wr = weights[0], wg = weights[1], wb = weights[2];
-    int lastRatio = -1; // the last pixel whose red was the largest and not 0
-    auto one = [&](int x) {
-        double held = lastRatio < 0 ? kDdpRowStartBlueRatio : b[lastRatio] / r[lastRatio];
-        double R, G, B;
-        DecompressColor(r[x], g[x], b[x], curve.Plain(r[x]), curve.Plain(g[x]), curve.Plain(b[x]),
-                        wr, wg, wb, &held, &R, &G, &B);
-        outR[x] = static_cast<float>(ClampStretch(R, 0.0, top));
-        outG[x] = static_cast<float>(ClampStretch(G, 0.0, top));
-        outB[x] = static_cast<float>(ClampStretch(B, 0.0, top));
-        if (r[x] >= g[x] && r[x] >= b[x] && r[x] != 0.0)
-            lastRatio = x;
-    };
-    const DoubleLanes zero = {0, 0, 0, 0}, small = zero + 0.001, topLanes = zero + top;
-    // Written out in place: vectors are neither passed nor returned by value.
-#define ASTRIVELLE_PLAIN(v) ((v) / ((v) + curve.a + 1.0) * curve.top + curve.backgroundMin)
-#define ASTRIVELLE_CLAMP(v) ((v) >= 0.0 ? ((v) > topLanes ? topLanes : (v)) : zero)
-    int x = 0;
-    for (; x + 4 <= w; x += 4) {
-        DoubleLanes vr, vg, vb;
-        std::memcpy(&vr, r + x, sizeof vr);
-        std::memcpy(&vg, g + x, sizeof vg);
-        std::memcpy(&vb, b + x, sizeof vb);
-        const MaskLanes redMax = (vr >= vg) & (vr >= vb);
-        const MaskLanes greenMax = ~redMax & (vg >= vr) & (vg >= vb);
-        const MaskLanes blueMax = ~redMax & ~greenMax;
-        const DoubleLanes sr = ASTRIVELLE_PLAIN(vr), sg = ASTRIVELLE_PLAIN(vg),
-                          sb = ASTRIVELLE_PLAIN(vb);
-        const DoubleLanes m = redMax ? vr : (greenMax ? vg : vb);
-        const DoubleLanes d = redMax ? m : (m != 0.0 ? m : small);
-        const DoubleLanes sm = redMax ? sr : (greenMax ? sg : sb);
-        const DoubleLanes wm = redMax ? zero + wr : (greenMax ? zero + wg : zero + wb);
-        const DoubleLanes keep = 1.0 - wm;
-        const DoubleLanes R = redMax ? sr : vr / d * sm * wm + keep * sr;
-        const DoubleLanes G = greenMax ? sg : vg / d * sm * wm + keep * sg;
-        const DoubleLanes B = blueMax ? sb : vb / d * sm * wm + keep * sb;
-        const FloatLanes fr = __builtin_convertvector(ASTRIVELLE_CLAMP(R), FloatLanes);
-        const FloatLanes fg = __builtin_convertvector(ASTRIVELLE_CLAMP(G), FloatLanes);
-        const FloatLanes fb = __builtin_convertvector(ASTRIVELLE_CLAMP(B), FloatLanes);
-        std::memcpy(outR + x, &fr, sizeof fr);
-        std::memcpy(outG + x, &fg, sizeof fg);
-        std::memcpy(outB + x, &fb, sizeof fb);
-        const MaskLanes held = redMax & (vr == 0.0);
-        const MaskLanes sets = redMax & (vr != 0.0);
-        if ((held[0] | held[1] | held[2] | held[3]) != 0) {
-            for (int j = 0; j < 4; ++j)
-                if (held[j])
-                    one(x + j);
-                else if (sets[j])
-                    lastRatio = x + j;
-        } else {
-            for (int j = 3; j >= 0; --j)
-                if (sets[j]) {
-                    lastRatio = x + j;
-                    break;
-                }
-        }
-    }
-    for (; x < w; ++x)
-        one(x);
-#undef ASTRIVELLE_PLAIN
-#undef ASTRIVELLE_CLAMP
-}
-
-/// The window curve of one row of the value plane (values `v`, blurred values `f`) and each
-/// new value swapped into its pixel's hexcone HSV in place, four pixels at a time without
-/// branches. Each lane makes the same operations in the same order as DdpCurve::Filtered,
-/// HexconeFromRgb and RgbFromHexcone, so the results are the same floats; a pixel whose hue
-/// would need wrapping round the circle is redone alone.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-__attribute__((target_clones("avx2", "default")))
-#endif
-void SwapRow(const double* v, const double* f, int w, const DdpCurve& curve, double top,
-             float* outR, float* outG, float* outB) {
-    auto one = [&](int x, double r0, double g0, double b0) {
-        const double second =
-            static_cast<float>(ClampStretch(curve.Filtered(v[x], f[x]), 0.0, top));
-        double h, s, value, r, g, b;
-        HexconeFromRgb(r0, g0, b0, &h, &s, &value);
-        RgbFromHexcone(h, s, second, &r, &g, &b);
-        outR[x] = static_cast<float>(ClampStretch(r, 0.0, top));
-        outG[x] = static_cast<float>(ClampStretch(g, 0.0, top));
-        outB[x] = static_cast<float>(ClampStretch(b, 0.0, top));
-    };
-    const DoubleLanes zero = {0, 0, 0, 0}, topLanes = zero + top;
-    const double keep = 1.0 - curve.strength;
-#define ASTRIVELLE_CLAMP(v) ((v) >= 0.0 ? ((v) > topLanes ? topLanes : (v)) : zero)
-    int x = 0;
-    for (; x + 4 <= w; x += 4) {
-        DoubleLanes vv, ff;
-        std::memcpy(&vv, v + x, sizeof vv);
-        std::memcpy(&ff, f + x, sizeof ff);
-        // The curve through the blurred value.
-        const DoubleLanes d = keep * vv + curve.strength * ff + curve.a + 1.0;
-        DoubleLanes o = vv / d * curve.top + curve.backgroundMin;
-        if (curve.fixDefects) {
-            const DoubleLanes o2 = vv / (curve.a + vv + 1.0) * curve.top + curve.backgroundMin;
-            o = o2 > o ? o2 : o;
-        }
-        const DoubleLanes clamped = ASTRIVELLE_CLAMP(o);
-        const DoubleLanes second =
-            __builtin_convertvector(__builtin_convertvector(clamped, FloatLanes), DoubleLanes);
-        // The pixel's hue and saturation.
-        FloatLanes fr, fg, fb;
-        std::memcpy(&fr, outR + x, sizeof fr);
-        std::memcpy(&fg, outG + x, sizeof fg);
-        std::memcpy(&fb, outB + x, sizeof fb);
-        const DoubleLanes r = __builtin_convertvector(fr, DoubleLanes);
-        const DoubleLanes g = __builtin_convertvector(fg, DoubleLanes);
-        const DoubleLanes b = __builtin_convertvector(fb, DoubleLanes);
-        const DoubleLanes gbMax = g > b ? g : b, gbMin = g < b ? g : b;
-        const DoubleLanes mx = r > gbMax ? r : gbMax;
-        const DoubleLanes mn = r < gbMin ? r : gbMin;
-        const DoubleLanes s = mx == 0.0 ? zero : (mx - mn) / mx;
-        const DoubleLanes span = mx - mn;
-        const MaskLanes redTop = r == mx, greenNot = g != mx;
-        const DoubleLanes t = (redTop ? g - b : (greenNot ? r - g : b - r)) / span;
-        DoubleLanes hue = redTop ? t : (greenNot ? t + 4.0 : t + 2.0);
-        hue /= 6.0;
-        hue = hue < 0.0 ? hue + 1.0 : hue;
-        // The colour of that hue and saturation at the new value.
-        const DoubleLanes h6 = hue * 6.0;
-        const DoubleLanes p = (1.0 - s) * second;
-        const DoubleLanes q = second - p;
-        const DoubleLanes up1 = q * h6 + p;
-        const DoubleLanes down3 = p - q * (h6 - 2.0), up3 = q * (h6 - 2.0) + p;
-        const DoubleLanes down5 = p - q * (h6 - 4.0), up5 = q * (h6 - 4.0) + p;
-        const DoubleLanes down6 = p + (6.0 - h6) * q;
-        const MaskLanes s1 = h6 <= 1.0, s3 = ~s1 & (h6 <= 3.0), s5 = ~s1 & ~s3 & (h6 < 5.0);
-        DoubleLanes R =
-            s1 ? second : (s3 ? (h6 < 2.0 ? down3 : p) : (s5 ? (h6 <= 4.0 ? p : up5) : second));
-        DoubleLanes G = s1 ? up1 : (s3 ? second : (s5 ? (h6 < 4.0 ? down5 : p) : p));
-        DoubleLanes B = s1 ? p : (s3 ? (h6 <= 2.0 ? p : up3) : (s5 ? second : down6));
-        const MaskLanes grey = s == 0.0, black = second == 0.0;
-        R = black ? zero : (grey ? second : R);
-        G = black ? zero : (grey ? second : G);
-        B = black ? zero : (grey ? second : B);
-        const FloatLanes nr = __builtin_convertvector(ASTRIVELLE_CLAMP(R), FloatLanes);
-        const FloatLanes ng = __builtin_convertvector(ASTRIVELLE_CLAMP(G), FloatLanes);
-        const FloatLanes nb = __builtin_convertvector(ASTRIVELLE_CLAMP(B), FloatLanes);
-        std::memcpy(outR + x, &nr, sizeof nr);
-        std::memcpy(outG + x, &ng, sizeof ng);
-        std::memcpy(outB + x, &nb, sizeof nb);
-        const MaskLanes wrap = ((hue < 0.0) | (hue >= 1.0)) & ~grey & ~black;
-        if ((wrap[0] | wrap[1] | wrap[2] | wrap[3]) != 0)
-            for (int j = 0; j < 4; ++j)
-                if (wrap[j])
-                    one(x + j, fr[j], fg[j], fb[j]);
-    }
-    for (; x < w; ++x)
-        one(x, outR[x], outG[x], outB[x]);
-#undef ASTRIVELLE_CLAMP
-}
-
 /// One row of the value plane: the largest pre-stretched channel without offset, clamped.
 /// Without a pre-stretch the same comparisons run on the converted values directly, so that
 /// the loop vectorises.
@@ -758,6 +574,20 @@ bool RowOnGrid(const float* row, int w, double scale) {
     return off == 0;
 }
 
+/// The counting level of each entry of a row: RoundLevel16 on the 16-bit range, in vectors,
+/// else RoundLevel on 0..top.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+__attribute__((target_clones("avx512f", "avx2", "default")))
+#endif
+void LevelRow(const float* row, int w, int top, std::uint32_t* out) {
+    if (top == 65535)
+        for (int x = 0; x < w; ++x)
+            out[x] = static_cast<std::uint32_t>(RoundLevel16(row[x]));
+    else
+        for (int x = 0; x < w; ++x)
+            out[x] = static_cast<std::uint32_t>(RoundLevel(row[x], 0, top));
+}
+
 /// The medians of the three input planes from one pass over them and, with `value`, the
 /// value plane, its median, and whether all its entries are multiples of 2^-gridBits
 /// (`gridBits` from 0 up; `*onGrid` false when it is below 0 or the check is not made).
@@ -767,13 +597,14 @@ void ThreePlaneStats(const Image& img, const float* const in[3], const PreStretc
     const double top = img.maxValue;
     const int planes = value ? 4 : 3;
     *onGrid = false;
-    std::vector<std::uint32_t> hist;
+    std::vector<std::uint32_t> hist, levels;
     const int chunks = std::min(h, std::clamp(tbb::this_task_arena::max_concurrency(), 1, 16));
     const std::size_t bins = static_cast<std::size_t>(img.maxValue) + 1;
     bool counted = img.maxValue <= 65535;
     if (counted) {
         try {
             hist.assign(bins * planes * static_cast<std::size_t>(chunks), 0u);
+            levels.assign(static_cast<std::size_t>(chunks) * w, 0u);
         } catch (const std::bad_alloc&) {
             counted = false;
         }
@@ -799,36 +630,22 @@ void ThreePlaneStats(const Image& img, const float* const in[3], const PreStretc
     ParallelRows(chunks, [&](int c0, int c1) {
         for (int c = c0; c < c1; ++c) {
             std::uint32_t* counts = hist.data() + bins * planes * static_cast<std::size_t>(c);
-            std::uint32_t* counts0 = counts;
-            std::uint32_t* counts1 = counts + bins;
-            std::uint32_t* counts2 = counts + 2 * bins;
-            std::uint32_t* counts3 = counts + 3 * bins;
-            const float *in0 = in[0], *in1 = in[1], *in2 = in[2];
+            std::uint32_t* level = levels.data() + static_cast<std::size_t>(c) * w;
             bool grid = true;
+            // The levels of a row first (in vectors), then the counts.
+            auto count = [&](const float* row, std::uint32_t* plane) {
+                LevelRow(row, w, topLevel, level);
+                for (int x = 0; x < w; ++x)
+                    ++plane[level[x]];
+            };
             for (int y = ChunkStart(c, chunks, h); y < ChunkStart(c + 1, chunks, h); ++y) {
                 const std::size_t i0 = static_cast<std::size_t>(y) * w;
-                const std::size_t i1 = i0 + static_cast<std::size_t>(w);
-                if (topLevel == 65535)
-                    for (std::size_t i = i0; i < i1; ++i) {
-                        ++counts0[RoundLevel16(in0[i])];
-                        ++counts1[RoundLevel16(in1[i])];
-                        ++counts2[RoundLevel16(in2[i])];
-                    }
-                else
-                    for (std::size_t i = i0; i < i1; ++i) {
-                        ++counts0[RoundLevel(in0[i], 0, topLevel)];
-                        ++counts1[RoundLevel(in1[i], 0, topLevel)];
-                        ++counts2[RoundLevel(in2[i], 0, topLevel)];
-                    }
+                for (int p = 0; p < 3; ++p)
+                    count(in[p] + i0, counts + p * bins);
                 if (!value)
                     continue;
-                ValueRow(in0 + i0, in1 + i0, in2 + i0, w, pre, top, value + i0);
-                if (topLevel == 65535)
-                    for (std::size_t i = i0; i < i1; ++i)
-                        ++counts3[RoundLevel16(value[i])];
-                else
-                    for (std::size_t i = i0; i < i1; ++i)
-                        ++counts3[RoundLevel(value[i], 0, topLevel)];
+                ValueRow(in[0] + i0, in[1] + i0, in[2] + i0, w, pre, top, value + i0);
+                count(value + i0, counts + 3 * bins);
                 if (checkGrid && grid)
                     grid = RowOnGrid(value + i0, w, scale);
             }
@@ -1013,7 +830,7 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
         PreRow(in[0] + row, offset[0], pre, w, r);
         PreRow(in[1] + row, offset[1], pre, w, g);
         PreRow(in[2] + row, offset[2], pre, w, b);
-        ColourRow(r, g, b, w, curve, weights, top, out[0] + row, out[1] + row, out[2] + row);
+        DdpColourRow(r, g, b, w, curve, weights, top, out[0] + row, out[1] + row, out[2] + row);
     };
     if (!filtering) {
         ParallelRows(chunks, [&](int c0, int c1) {
@@ -1044,7 +861,7 @@ bool Image::ApplyDigitalDevelopment(bool pending, int filterIndex, const double*
         double* v = buffers.colour.data() + static_cast<std::size_t>(c) * 3 * w;
         const std::size_t row = static_cast<std::size_t>(y) * w;
         ValuesOf(value + row, w, std::decay_t<decltype(load)>::kOffset, load.offset, v);
-        SwapRow(v, blurred, w, curve, top, out[0] + row, out[1] + row, out[2] + row);
+        DdpSwapRow(v, blurred, w, curve, top, out[0] + row, out[1] + row, out[2] + row);
     };
     Outcome done;
     if (offsetAsRead) {

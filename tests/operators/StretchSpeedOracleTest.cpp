@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <functional>
 #include <random>
 
@@ -149,38 +150,53 @@ void Fill(Image& img, int w, int h, unsigned seed) {
     });
 }
 
+/// Runs `body` at each width of the three-plane row kernels this processor has, back at the
+/// widest after.
+void ForEachRowWidth(const std::function<void(int)>& body) {
+    for (int lanes : {4, 8}) {
+        if (!stretch_testing::SetDdpRowLanes(lanes)) {
+            std::printf("[ SKIPPED  ] %d-lane row kernels: this processor has no AVX-512\n", lanes);
+            continue;
+        }
+        body(lanes);
+    }
+    stretch_testing::SetDdpRowLanes(0);
+}
+
 } // namespace
 
 TEST(DigitalDevelopmentThreePlanes, EqualTheStepsWrittenOutBitForBit) {
-    CCustomFilter custom;
-    custom.size = 5;
-    custom.lowPass = true;
-    for (int k = 0; k < 25; ++k)
-        custom.weights[k] = (k * 7) % 5 == 0 ? 2.5 : 1.0;
-    const Settings settings[] = {
-        {ScaleType::None, 1.0, 0.0, 1.0, 4, false, 0.5, 1.0, 0, 2000},
-        {ScaleType::None, 1.0, 0.0, 1.0, 4, true, 0.9, 0.8, 30, 400},
-        {ScaleType::Linear, 1.3, 0.01, 0.95, 1, true, 0.3, 1.0, 10, 800},
-        {ScaleType::Root, 0.6, 0.002, 1.0, 2, false, 1.0, 0.5, 0, 100},
-        {ScaleType::Power, 1.4, 0.0, 0.9, 3, true, 0.7, 1.1, 5, 3000},
-        {ScaleType::None, 1.0, 0.0, 1.0, 5, false, 0.6, 1.0, 0, 1500},
-        {ScaleType::Linear, 0.8, 0.0, 1.0, 5, true, 0.4, 0.9, 0, 700},
-        {ScaleType::None, 1.0, 0.0, 1.0, 0, false, 0.0, 1.0, 0, 2000},
-    };
-    for (const auto& [w, h] : {std::pair{37, 29}, std::pair{6, 5}, std::pair{64, 3}})
-        for (const Settings& s : settings) {
-            Image img, ref;
-            Fill(img, w, h, w * 31 + h);
-            Fill(ref, w, h, w * 31 + h);
-            ASSERT_TRUE(RunDigitalDevelopment(img, ParamsOf(s), StretchChannels{}, false, &custom,
-                                              nullptr));
-            Reference(ref, s, custom);
-            for (int c = 0; c < 3; ++c)
-                for (int i = 0; i < w * h; ++i)
-                    ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
-                        << w << "x" << h << " filter " << s.filter << " fix " << s.fix << " plane "
-                        << c << " pixel " << i;
-        }
+    ForEachRowWidth([](int lanes) {
+        CCustomFilter custom;
+        custom.size = 5;
+        custom.lowPass = true;
+        for (int k = 0; k < 25; ++k)
+            custom.weights[k] = (k * 7) % 5 == 0 ? 2.5 : 1.0;
+        const Settings settings[] = {
+            {ScaleType::None, 1.0, 0.0, 1.0, 4, false, 0.5, 1.0, 0, 2000},
+            {ScaleType::None, 1.0, 0.0, 1.0, 4, true, 0.9, 0.8, 30, 400},
+            {ScaleType::Linear, 1.3, 0.01, 0.95, 1, true, 0.3, 1.0, 10, 800},
+            {ScaleType::Root, 0.6, 0.002, 1.0, 2, false, 1.0, 0.5, 0, 100},
+            {ScaleType::Power, 1.4, 0.0, 0.9, 3, true, 0.7, 1.1, 5, 3000},
+            {ScaleType::None, 1.0, 0.0, 1.0, 5, false, 0.6, 1.0, 0, 1500},
+            {ScaleType::Linear, 0.8, 0.0, 1.0, 5, true, 0.4, 0.9, 0, 700},
+            {ScaleType::None, 1.0, 0.0, 1.0, 0, false, 0.0, 1.0, 0, 2000},
+        };
+        for (const auto& [w, h] : {std::pair{37, 29}, std::pair{6, 5}, std::pair{64, 3}})
+            for (const Settings& s : settings) {
+                Image img, ref;
+                Fill(img, w, h, w * 31 + h);
+                Fill(ref, w, h, w * 31 + h);
+                ASSERT_TRUE(RunDigitalDevelopment(img, ParamsOf(s), StretchChannels{}, false,
+                                                  &custom, nullptr));
+                Reference(ref, s, custom);
+                for (int c = 0; c < 3; ++c)
+                    for (int i = 0; i < w * h; ++i)
+                        ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
+                            << lanes << " lanes " << w << "x" << h << " filter " << s.filter
+                            << " fix " << s.fix << " plane " << c << " pixel " << i;
+            }
+    });
 }
 
 TEST(DigitalDevelopmentThreePlanes, PlainGatherOnFineFractionsEqualsTheWindowRule) {
@@ -216,36 +232,75 @@ TEST(DigitalDevelopmentThreePlanes, PlainGatherOnFineFractionsEqualsTheWindowRul
 }
 
 TEST(DigitalDevelopmentThreePlanes, HeldBlueRatioAndGreyPixelsEqualTheStepsBitForBit) {
-    // Whole levels with the background weight at 1, so that many pixels sit exactly on their
-    // channel's median: a red of 0 that is the largest reads the blue ratio held along the row
-    // (from the row start, from a pixel just before, or from one several blocks back). Grey
-    // pixels and pixels with two equal channels take the HSV rule's edge branches. Several
-    // sizes in a row, the scratch plane of one run serving the next.
-    const Settings settings[] = {
-        {ScaleType::None, 1.0, 0.0, 1.0, 0, false, 0.0, 1.0, 0, 2000},
-        {ScaleType::None, 1.0, 0.0, 1.0, 4, false, 0.5, 1.0, 0, 2000},
-        {ScaleType::Linear, 1.2, 0.0, 1.0, 2, true, 0.8, 1.0, 20, 500},
-        {ScaleType::Root, 0.7, 0.0, 1.0, 1, false, 0.4, 1.0, 0, 900},
+    ForEachRowWidth([](int lanes) {
+        // Whole levels with the background weight at 1, so that many pixels sit exactly on their
+        // channel's median: a red of 0 that is the largest reads the blue ratio held along the row
+        // (from the row start, from a pixel just before, or from one several blocks back). Grey
+        // pixels and pixels with two equal channels take the HSV rule's edge branches. Several
+        // sizes in a row, the scratch plane of one run serving the next.
+        const Settings settings[] = {
+            {ScaleType::None, 1.0, 0.0, 1.0, 0, false, 0.0, 1.0, 0, 2000},
+            {ScaleType::None, 1.0, 0.0, 1.0, 4, false, 0.5, 1.0, 0, 2000},
+            {ScaleType::Linear, 1.2, 0.0, 1.0, 2, true, 0.8, 1.0, 20, 500},
+            {ScaleType::Root, 0.7, 0.0, 1.0, 1, false, 0.4, 1.0, 0, 900},
+        };
+        const CCustomFilter custom;
+        for (const auto& [w, h] : {std::pair{37, 11}, std::pair{64, 5}, std::pair{37, 11},
+                                   std::pair{3, 4}, std::pair{203, 6}})
+            for (const Settings& s : settings) {
+                auto fill = [&](Image& img) {
+                    std::mt19937 rng(w * 7 + h);
+                    MakeImage(img, w, h, ColorRGB, [&](int c, int x, int y) -> double {
+                        const unsigned kind = (x * 5 + y * 3) % 9;
+                        if (kind == 0)
+                            return 1000.0; // all three on the median: red largest and 0
+                        if (kind == 1)
+                            return c == 0 ? 1000.0
+                                          : 1000.0 - (rng() % 40); // red 0, the others below
+                        if (kind == 2)
+                            return 1200.0; // grey
+                        if (kind == 3)
+                            return c == 2 ? 1300.0 : 1500.0; // two equal largest
+                        return 1000.0 + static_cast<double>(rng() % 400) - 240.0; // medians at 1000
+                    });
+                };
+                Image img, ref;
+                fill(img);
+                fill(ref);
+                ASSERT_TRUE(RunDigitalDevelopment(img, ParamsOf(s), StretchChannels{}, false,
+                                                  &custom, nullptr));
+                Reference(ref, s, custom);
+                for (int c = 0; c < 3; ++c)
+                    for (int i = 0; i < w * h; ++i)
+                        ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
+                            << lanes << " lanes " << w << "x" << h << " filter " << s.filter
+                            << " plane " << c << " pixel " << i;
+            }
+    });
+}
+
+TEST(DigitalDevelopmentThreePlanes, HeldBlueRatioIsTheLastSetBeforeIt) {
+    // One row: pixels 5 and 6 set the blue ratio within one group of four and of eight, the
+    // earlier with 100 / 500 and the later with 400 / 500; pixel 9, of the next group, has its
+    // red the largest and 0 and must read the later one. The other pixels of the row have
+    // green the largest, and two grey rows keep every channel's median at 1000. The red of 0
+    // curves to the background minimum, which must not be 0 for the ratio to show.
+    const int w = 24, h = 3;
+    auto fill = [&](Image& img) {
+        MakeImage(img, w, h, ColorRGB, [&](int c, int x, int y) -> double {
+            const double grey[3] = {1000, 1000, 1000}, earlier[3] = {1500, 1200, 1100},
+                         later[3] = {1500, 1100, 1400}, held[3] = {1000, 990, 999},
+                         green[3] = {1000, 1500, 1000};
+            if (y > 0)
+                return grey[c];
+            return (x == 5 ? earlier : x == 6 ? later : x == 9 ? held : green)[c];
+        });
     };
+    const Settings settings[] = {{ScaleType::None, 1.0, 0.0, 1.0, 0, false, 0.0, 1.0, 30, 2000},
+                                 {ScaleType::None, 1.0, 0.0, 1.0, 1, false, 0.5, 1.0, 30, 2000}};
     const CCustomFilter custom;
-    for (const auto& [w, h] : {std::pair{37, 11}, std::pair{64, 5}, std::pair{37, 11},
-                               std::pair{3, 4}, std::pair{203, 6}})
+    ForEachRowWidth([&](int lanes) {
         for (const Settings& s : settings) {
-            auto fill = [&](Image& img) {
-                std::mt19937 rng(w * 7 + h);
-                MakeImage(img, w, h, ColorRGB, [&](int c, int x, int y) -> double {
-                    const unsigned kind = (x * 5 + y * 3) % 9;
-                    if (kind == 0)
-                        return 1000.0; // all three on the median: red largest and 0
-                    if (kind == 1)
-                        return c == 0 ? 1000.0 : 1000.0 - (rng() % 40); // red 0, the others below
-                    if (kind == 2)
-                        return 1200.0; // grey
-                    if (kind == 3)
-                        return c == 2 ? 1300.0 : 1500.0;                      // two equal largest
-                    return 1000.0 + static_cast<double>(rng() % 400) - 240.0; // medians at 1000
-                });
-            };
             Image img, ref;
             fill(img);
             fill(ref);
@@ -255,97 +310,103 @@ TEST(DigitalDevelopmentThreePlanes, HeldBlueRatioAndGreyPixelsEqualTheStepsBitFo
             for (int c = 0; c < 3; ++c)
                 for (int i = 0; i < w * h; ++i)
                     ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
-                        << w << "x" << h << " filter " << s.filter << " plane " << c << " pixel "
+                        << lanes << " lanes, filter " << s.filter << " plane " << c << " pixel "
                         << i;
         }
+    });
 }
 
 TEST(DigitalDevelopmentWindows, EveryWindowPathEqualsTheStepsBitForBit) {
-    // The value plane's offset is applied as its entries are read when the plane without
-    // offset shows the sums exact for any offset the background weight allows; otherwise the
-    // plane takes the offset first and is scanned (running sums or the plain gather). Widths
-    // that leave one to three pixels past the last group of four, planes narrower than the
-    // window, other top levels (counted with the level rounding, or beyond the counted range).
-    struct Case {
-        const char* name;
-        std::uint32_t top;
-        double weight;
-        std::function<double(std::mt19937&, int, int, int)> value;
-        bool sliding;
-    };
-    const Case cases[] = {
-        {"whole levels", 65535, 1.0,
-         [](std::mt19937& r, int c, int x, int y) {
-             return 900.0 + c * 30 + (x * 7 + y * 3) % 50 + r() % 200;
-         },
-         true},
-        {"quarters", 65535, 0.8,
-         [](std::mt19937& r, int c, int x, int) {
-             return 1000.0 + c * 11 + x + (r() % 800) * 0.25;
-         },
-         true},
-        // Bits down to 2^-30 pass the exact test on the plane with its offset (all below 1)
-        // but not the one made before the offset is known.
-        {"bits far down", 65535, 1.0,
-         [](std::mt19937& r, int, int, int) { return std::ldexp(2.0 * (r() % 1048576) + 1, -30); },
-         true},
-        {"fine fractions", 65535, 0.0,
-         [](std::mt19937& r, int c, int x, int y) {
-             return (x + y) % 2 == 0 ? 1e-12 * (1 + c + r() % 5) : (r() % 60000) / 7.0;
-         },
-         false},
-        // Red mostly above the top level: it counts at the top.
-        {"top 4095", 4095, 1.0,
-         [](std::mt19937& r, int c, int x, int y) {
-             return (c == 0 ? 3700.0 : 300.0) + c * 9 + x * 5 + y + r() % 900;
-         },
-         true},
-        // Red largest, green 0 and blue just above it (no background min to lift them): the
-        // hue comes out a hair below 0 and wraps round to 1.0.
-        {"hue at the circle's end", 65535, 0.0,
-         [](std::mt19937& r, int c, int x, int y) {
-             if ((x + 2 * y) % 3 == 0)
-                 return c == 0 ? 30000.0 : (c == 1 ? 0.0 : 1e-30);
-             return 800.0 + c * 40 + r() % 3000;
-         },
-         true},
-        {"top 100000", 100000, 0.9,
-         [](std::mt19937& r, int c, int x, int y) {
-             return 70000.0 + c * 9 + x * 5 + y + r() % 900;
-         },
-         true},
-    };
-    const CCustomFilter custom;
-    for (const Case& k : cases)
-        for (const auto& [w, h] : {std::pair{37, 13}, std::pair{6, 5}, std::pair{3, 4},
-                                   std::pair{1, 1}, std::pair{2, 9}, std::pair{13, 10}})
-            for (const int filter : {1, 4})
-                for (const bool fix : {false, true}) {
-                    const Settings s{ScaleType::None, 1.0, 0.0, 1.0, filter, fix, 0.7,
-                                     k.weight,        0,   900};
-                    auto fill = [&](Image& img) {
-                        std::mt19937 rng(w * 13 + h);
-                        MakeImage(img, w, h, ColorRGB,
-                                  [&](int c, int x, int y) { return k.value(rng, c, x, y); });
-                        img.maxValue = k.top;
-                    };
-                    Image img, ref;
-                    fill(img);
-                    fill(ref);
-                    stretch_testing::ResetWindowCounts();
-                    ASSERT_TRUE(RunDigitalDevelopment(img, ParamsOf(s), StretchChannels{}, false,
-                                                      &custom, nullptr));
-                    // A single pixel sums exactly whatever its bits.
-                    const bool sliding = k.sliding || w * h == 1;
-                    EXPECT_EQ(stretch_testing::SlidingPlanes(), sliding ? 1 : 0) << k.name;
-                    EXPECT_EQ(stretch_testing::PlainPlanes(), sliding ? 0 : 1) << k.name;
-                    Reference(ref, s, custom);
-                    for (int c = 0; c < 3; ++c)
-                        for (int i = 0; i < w * h; ++i)
-                            ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
-                                << k.name << " " << w << "x" << h << " filter " << filter << " fix "
-                                << fix << " plane " << c << " pixel " << i;
-                }
+    ForEachRowWidth([](int lanes) {
+        // The value plane's offset is applied as its entries are read when the plane without
+        // offset shows the sums exact for any offset the background weight allows; otherwise the
+        // plane takes the offset first and is scanned (running sums or the plain gather). Widths
+        // that leave one to three pixels past the last group of four, planes narrower than the
+        // window, other top levels (counted with the level rounding, or beyond the counted range).
+        struct Case {
+            const char* name;
+            std::uint32_t top;
+            double weight;
+            std::function<double(std::mt19937&, int, int, int)> value;
+            bool sliding;
+        };
+        const Case cases[] = {
+            {"whole levels", 65535, 1.0,
+             [](std::mt19937& r, int c, int x, int y) {
+                 return 900.0 + c * 30 + (x * 7 + y * 3) % 50 + r() % 200;
+             },
+             true},
+            {"quarters", 65535, 0.8,
+             [](std::mt19937& r, int c, int x, int) {
+                 return 1000.0 + c * 11 + x + (r() % 800) * 0.25;
+             },
+             true},
+            // Bits down to 2^-30 pass the exact test on the plane with its offset (all below 1)
+            // but not the one made before the offset is known.
+            {"bits far down", 65535, 1.0,
+             [](std::mt19937& r, int, int, int) {
+                 return std::ldexp(2.0 * (r() % 1048576) + 1, -30);
+             },
+             true},
+            {"fine fractions", 65535, 0.0,
+             [](std::mt19937& r, int c, int x, int y) {
+                 return (x + y) % 2 == 0 ? 1e-12 * (1 + c + r() % 5) : (r() % 60000) / 7.0;
+             },
+             false},
+            // Red mostly above the top level: it counts at the top.
+            {"top 4095", 4095, 1.0,
+             [](std::mt19937& r, int c, int x, int y) {
+                 return (c == 0 ? 3700.0 : 300.0) + c * 9 + x * 5 + y + r() % 900;
+             },
+             true},
+            // Red largest, green 0 and blue just above it (no background min to lift them): the
+            // hue comes out a hair below 0 and wraps round to 1.0.
+            {"hue at the circle's end", 65535, 0.0,
+             [](std::mt19937& r, int c, int x, int y) {
+                 if ((x + 2 * y) % 3 == 0)
+                     return c == 0 ? 30000.0 : (c == 1 ? 0.0 : 1e-30);
+                 return 800.0 + c * 40 + r() % 3000;
+             },
+             true},
+            {"top 100000", 100000, 0.9,
+             [](std::mt19937& r, int c, int x, int y) {
+                 return 70000.0 + c * 9 + x * 5 + y + r() % 900;
+             },
+             true},
+        };
+        const CCustomFilter custom;
+        for (const Case& k : cases)
+            for (const auto& [w, h] : {std::pair{37, 13}, std::pair{6, 5}, std::pair{3, 4},
+                                       std::pair{1, 1}, std::pair{2, 9}, std::pair{13, 10}})
+                for (const int filter : {1, 4})
+                    for (const bool fix : {false, true}) {
+                        const Settings s{ScaleType::None, 1.0, 0.0, 1.0, filter, fix, 0.7,
+                                         k.weight,        0,   900};
+                        auto fill = [&](Image& img) {
+                            std::mt19937 rng(w * 13 + h);
+                            MakeImage(img, w, h, ColorRGB,
+                                      [&](int c, int x, int y) { return k.value(rng, c, x, y); });
+                            img.maxValue = k.top;
+                        };
+                        Image img, ref;
+                        fill(img);
+                        fill(ref);
+                        stretch_testing::ResetWindowCounts();
+                        ASSERT_TRUE(RunDigitalDevelopment(img, ParamsOf(s), StretchChannels{},
+                                                          false, &custom, nullptr));
+                        // A single pixel sums exactly whatever its bits.
+                        const bool sliding = k.sliding || w * h == 1;
+                        EXPECT_EQ(stretch_testing::SlidingPlanes(), sliding ? 1 : 0) << k.name;
+                        EXPECT_EQ(stretch_testing::PlainPlanes(), sliding ? 0 : 1) << k.name;
+                        Reference(ref, s, custom);
+                        for (int c = 0; c < 3; ++c)
+                            for (int i = 0; i < w * h; ++i)
+                                ASSERT_EQ(img.curPlane[c][i], ref.curPlane[c][i])
+                                    << lanes << " lanes " << k.name << " " << w << "x" << h
+                                    << " filter " << filter << " fix " << fix << " plane " << c
+                                    << " pixel " << i;
+                    }
+    });
 }
 
 TEST(DigitalDevelopmentWindows, OnePlaneWithAndWithoutMinusOneEqualsThePlainGather) {
