@@ -8,12 +8,15 @@
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <new>
 #include <system_error>
 
 #include "align/FeatureMaskStars.h"
 #include "align/QuickMatch.h"
 #include "align/StarMatch.h"
 #include "engine/Image.h"
+#include "engine/ImageHeader.h"
 #include "engine/PageAlloc.h"
 #include "operators/Filters.h"
 
@@ -151,22 +154,36 @@ std::array<const float*, 3> Channels(const Image& image) {
     return c;
 }
 
-/// The output image: the reference's size, the current image's type and header.
-bool MakeAlignImage(const Image& current, int w, int h, Image* out) {
+/// The output image: the reference's size, the current image's type and header. An SBIG
+/// image gets a record of its own, rebuilt for the output's size, so that the current image's
+/// stays as it was read. The failure text, or nullptr.
+const char* MakeAlignImage(const Image& current, int w, int h, Image* out) {
     out->SetGeometryFits(current.fileType, current.colorType, current.colorDetail, current.dataType,
                          w, h);
     if (!out->AllocatePlanes(1))
-        return false;
+        return kNoMemoryAlignImageText;
     out->maxValue = current.maxValue;
     out->headerCards = current.headerCards;
     out->description = current.description;
     out->header = current.header;
+    if (current.header &&
+        (current.fileType == KindSBIG || current.fileType == KindSBIGCompressed)) {
+        try {
+            auto rebuilt = std::make_shared<ImageHeader>(*current.header);
+            rebuilt->width = w;
+            rebuilt->height = h;
+            rebuilt->pixelCount = static_cast<std::uint32_t>(w) * static_cast<std::uint32_t>(h);
+            out->header = std::move(rebuilt);
+        } catch (const std::bad_alloc&) {
+            return kNoMemorySbigWriteText;
+        }
+    }
     out->tiffInfo = current.tiffInfo;
     out->tiffBitsPerSample = current.tiffBitsPerSample;
     out->jpegQuality = current.jpegQuality;
     out->fitsCompress = current.fitsCompress;
     out->fitsMaximColor = current.fitsMaximColor;
-    return true;
+    return nullptr;
 }
 
 /// The centroid of the star window of radius r about a 1-based point, 1-based; the luminance
@@ -316,8 +333,8 @@ int RunDescriptor(Run& run) {
         }
         run.Status(Format("Match Ratio = %3.6f", ratio));
         Image out;
-        if (!MakeAlignImage(current, refW, refH, &out))
-            return run.Stop(kNoMemoryAlignImageText, path);
+        if (const char* why = MakeAlignImage(current, refW, refH, &out))
+            return run.Stop(why, path);
         const auto c = Channels(current);
         // The resampling works in 0-based pixel positions.
         std::vector<std::array<double, 2>> r, q;
@@ -579,8 +596,8 @@ int RunQuick(Run& run) {
         }
         // 4. The resampling, in 0-based pixel positions.
         Image out;
-        if (!MakeAlignImage(current, refW, refH, &out))
-            return run.Stop(kNoMemoryAlignImageText, path);
+        if (const char* why = MakeAlignImage(current, refW, refH, &out))
+            return run.Stop(why, path);
         const auto c = Channels(current);
         double rotation = 0, shiftX = 0, shiftY = 0;
         std::string why;

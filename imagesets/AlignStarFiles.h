@@ -25,6 +25,7 @@ inline constexpr const char* kErrorReadingReferenceText = "Error Reading Referen
 inline constexpr const char* kErrorReadingImageText = "Error Reading Image";
 inline constexpr const char* kErrorWritingImageText = "Error Writing Image";
 inline constexpr const char* kNoMemoryAlignImageText = "No memory for align image";
+inline constexpr const char* kNoMemorySbigWriteText = "No memory for SBIG write image";
 inline constexpr const char* kLessThan2ReferenceStarsText =
     "Less than 2 Stars Found in Reference Image.";
 inline constexpr const char* kNoStarsCurrentText = "No Stars Found in Current Image.";

@@ -9,6 +9,7 @@
 
 #include "TestSupport.h"
 #include "engine/Image.h"
+#include "engine/ImageHeader.h"
 #include "imagesets/AlignStarFiles.h"
 #include "tools/synth/Measure.h"
 #include "tools/synth/TruthFile.h"
@@ -272,6 +273,48 @@ TEST(AlignStarFiles, ChecksBeforeAJobAndTheLoneReference) {
         EXPECT_EQ(r.run.end, FileOpEnd::Cancelled);
         EXPECT_EQ(r.run.status, kThreadCanceledText);
     }
+}
+
+TEST(AlignStarFiles, SbigFrameAlignsToAnSbigFileOfTheReferenceSize) {
+    // The current frame is an SBIG file cut smaller than the FITS reference: its aligned copy
+    // is an SBIG file of the reference's size whose record says so and keeps the rest of the
+    // frame's record, and the input file keeps its own.
+    ScratchDir dir;
+    synth::Truth truth;
+    ASSERT_TRUE(MakeNight(dir, "", &truth, 700, 500, 2));
+    AutoStarParams p = ParamsFor(dir, truth, true);
+    Image frame;
+    ASSERT_TRUE(frame.ReadFile(p.files[1].path, ".fit"));
+    Image cut;
+    test::MakeImage(cut, 680, 480, ColorGray, [&](int, int x, int y) {
+        return frame.curPlane[0][static_cast<std::size_t>(y) * frame.width + x];
+    });
+    cut.fileType = KindSBIG;
+    auto record = std::make_shared<ImageHeader>();
+    record->imageType = "ST-7 Image";
+    record->note = "second frame";
+    record->exposure = 3000;
+    cut.header = record;
+    const std::string sbig = dir.file("frame2.st7");
+    ASSERT_TRUE(cut.WriteFile(sbig, KindSBIG));
+    p.files[1].path = sbig;
+    const auto r = AlignStarFiles(p, nullptr, nullptr);
+    ASSERT_EQ(r.run.outputs.size(), 2u) << r.run.status;
+    Image aligned;
+    ASSERT_TRUE(
+        aligned.ReadFile(r.run.outputs[1], fs::path(r.run.outputs[1]).extension().string()));
+    EXPECT_EQ(aligned.fileType, KindSBIG);
+    EXPECT_EQ(aligned.width, 700);
+    EXPECT_EQ(aligned.height, 500);
+    ASSERT_TRUE(aligned.header);
+    EXPECT_EQ(aligned.header->width, 700);
+    EXPECT_EQ(aligned.header->height, 500);
+    EXPECT_EQ(aligned.header->note, "second frame");
+    EXPECT_EQ(aligned.header->exposure, 3000);
+    Image input;
+    ASSERT_TRUE(input.ReadFile(sbig, ".st7"));
+    EXPECT_EQ(input.width, 680);
+    EXPECT_EQ(input.header->height, 480);
 }
 
 TEST(AlignStarFiles, SaveTypeOnlyForTheAutomaticProcess) {
