@@ -317,6 +317,88 @@ TEST(AlignStarFiles, SbigFrameAlignsToAnSbigFileOfTheReferenceSize) {
     EXPECT_EQ(input.header->height, 480);
 }
 
+TEST(AlignStarFiles, RealCygnusPairAgreesWithAnIndependentSolution) {
+    // Two raw RGGB frames of a Cygnus field two minutes apart. The map from the second to the
+    // first as astroalign finds it on the same pixels (48 stars):
+    // x' = 1.00000314 x - 0.0000733 y - 0.4894, y' = 0.0000733 x + 1.00000314 y - 1.7255.
+    const std::string first = test::RealData("fits/bayer/panoptes_unsolved.fits");
+    const std::string second = test::RealData("fits/bayer/panoptes_solved.fits.fz");
+    if (first.empty() || second.empty())
+        GTEST_SKIP() << "the PANOPTES Cygnus frames are absent";
+    ScratchDir dir;
+    // The second frame is tile-compressed under ".fz", which the dispatch by extension does
+    // not open: a plain copy.
+    Image packed;
+    ASSERT_TRUE(packed.ReadFITS(second)) << LastFileError();
+    packed.fitsCompress = false;
+    const std::string plain = dir.file("solved.fit");
+    ASSERT_TRUE(packed.WriteFile(plain, KindFITS));
+    auto independent = [](double x, double y, double* ox, double* oy) {
+        *ox = 1.00000314 * x - 0.0000733271 * y - 0.489424537;
+        *oy = 0.0000733271 * x + 1.00000314 * y - 1.72549601;
+    };
+    struct Case {
+        bool quick;
+        double limit; ///< px at the corners
+    };
+    // Quick alignment lands within 0.36 px of it (its three refined stars against astroalign's
+    // 48). Descriptor matching lands within 5.1 px: it turns on two corner stars, and the one by
+    // the left edge is pulled about 3 px by its refinement window (radius 14) on the raw mosaic.
+    for (const Case c : {Case{true, 0.5}, Case{false, 6.0}}) {
+        AutoStarParams p;
+        for (const std::string& f : {first, plain}) {
+            CImageFileInfo info;
+            info.path = f;
+            p.files.push_back(info);
+        }
+        p.referencePath = first;
+        p.outputDirectory = dir.file(c.quick ? "quick" : "descriptor");
+        p.quickAlignment = c.quick;
+        const auto r = AlignStarFiles(p, nullptr, nullptr);
+        ASSERT_EQ(r.run.outputs.size(), 2u) << r.run.status;
+        ASSERT_EQ(r.frames.size(), 1u);
+        const synth::Affine a = PointMap(r.frames[0]);
+        double worst = 0;
+        for (const auto& [x, y] : {std::pair{0.0, 0.0}, std::pair{699.0, 0.0},
+                                   std::pair{0.0, 699.0}, std::pair{699.0, 699.0}}) {
+            double ox, oy, ix, iy;
+            a.Apply(x, y, &ox, &oy);
+            independent(x, y, &ix, &iy);
+            worst = std::max(worst, std::hypot(ox - ix, oy - iy));
+        }
+        std::printf("  %s: corners within %.3f px of the independent solution\n",
+                    c.quick ? "quick" : "descriptor", worst);
+        EXPECT_LE(worst, c.limit) << (c.quick ? "quick" : "descriptor");
+    }
+}
+
+TEST(AlignStarFiles, RealPolePairEndsWithItsText) {
+    // Two 200 x 200 raw frames by the celestial pole a minute apart: the first holds three
+    // detectable stars (SEP finds three at 5 sigma), the second mostly a satellite trail, and
+    // astroalign finds no transform either. Both algorithms end with their own words and leave
+    // no output behind.
+    const std::string pole = test::RealData("fits/bayer/panoptes_pole.fits");
+    const std::string turned = test::RealData("fits/bayer/panoptes_rotation.fits");
+    if (pole.empty() || turned.empty())
+        GTEST_SKIP() << "the PANOPTES pole frames are absent";
+    ScratchDir dir;
+    for (const bool quick : {true, false}) {
+        AutoStarParams p;
+        for (const std::string& f : {pole, turned}) {
+            CImageFileInfo info;
+            info.path = f;
+            p.files.push_back(info);
+        }
+        p.referencePath = pole;
+        p.outputDirectory = dir.file(quick ? "quick" : "descriptor");
+        p.quickAlignment = quick;
+        const auto r = AlignStarFiles(p, nullptr, nullptr);
+        EXPECT_TRUE(r.run.outputs.empty()) << quick;
+        EXPECT_EQ(r.run.status, quick ? kNotEnoughStarsQuickText : kLessThan2ReferenceStarsText);
+        EXPECT_FALSE(fs::exists(p.outputDirectory + "/ASA_panoptes_pole.fits")) << quick;
+    }
+}
+
 TEST(AlignStarFiles, SaveTypeOnlyForTheAutomaticProcess) {
     ScratchDir dir;
     synth::Truth truth;
