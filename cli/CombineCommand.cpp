@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 /// \file `combine`: one image from a list of image files (Combine Files / HDR add).
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -17,7 +19,8 @@ namespace {
 
 const char* kCombineHelp =
     "usage: astrivelle-cli combine --method M [--clip-factor F] [--compress X]\n"
-    "                              [--brightness X] [--name NAME] [--save-type KW] [--json]\n"
+    "                              [--brightness X] [--grade-weights A,B,C,D,F]\n"
+    "                              [--name NAME] [--save-type KW] [--json]\n"
     "                              -o DIR FILE...\n\n"
     "Combines all FILEs (same size; at least two) into DIR/NAME + the save type's extension.\n"
     "The files are streamed, never all held in memory; the median methods read tiles of rows\n"
@@ -29,6 +32,8 @@ const char* kCombineHelp =
     "  --clip-factor F   sigma clip factor of SIGAVG and SIGMED (default 2.55)\n"
     "  --compress X      log compression of ADPADD and EXCADPADD (default 0.2)\n"
     "  --brightness X    equalization brightness of ADPADD and EXCADPADD (default 1.0)\n"
+    "  --grade-weights L GRADEAVG and GRADEAVGAUTO: the weights in percent of the grades\n"
+    "                    A, B, C, D and F, five whole numbers 0..100 (default 100,75,50,25,0)\n"
     "  --name NAME       result name without extension (default Combined_ + method)\n"
     "  --save-type KW    UNCOMPFIT (default), COMPFIT, UNCOMPFIT32, COMPFIT32, UNCOMPTIF,\n"
     "                    TIFF16\n"
@@ -49,14 +54,35 @@ bool Number(const std::string& text, double* value) {
     return end && *end == '\0';
 }
 
+/// Five whole numbers 0..100 separated by commas.
+bool GradePercents(const std::string& text, std::array<int, 5>* percent) {
+    std::array<int, 5> out{};
+    std::size_t at = 0;
+    for (int i = 0; i < 5; ++i) {
+        const std::size_t end = i < 4 ? text.find(',', at) : text.size();
+        if (end == std::string::npos)
+            return false;
+        const std::string item = text.substr(at, end - at);
+        if (item.empty() || item.size() > 3 ||
+            item.find_first_not_of("0123456789") != std::string::npos)
+            return false;
+        out[static_cast<std::size_t>(i)] = std::stoi(item);
+        if (out[static_cast<std::size_t>(i)] > 100)
+            return false;
+        at = end + 1;
+    }
+    *percent = out;
+    return true;
+}
+
 } // namespace
 
 int RunCombine(const std::vector<std::string>& argv) {
     Arguments args;
     std::string error;
     if (!ParseArguments(argv,
-                        {"--method", "--clip-factor", "--compress", "--brightness", "--name",
-                         "--save-type", "-o"},
+                        {"--method", "--clip-factor", "--compress", "--brightness",
+                         "--grade-weights", "--name", "--save-type", "-o"},
                         {"--help", "--quiet", "--json"}, &args, &error))
         return Usage(error);
     if (args.Has("--help")) {
@@ -98,8 +124,14 @@ int RunCombine(const std::vector<std::string>& argv) {
     params.saveType = args.Value("--save-type", "UNCOMPFIT");
     if (params.saveType == "SAMEASINPUT" || !IsKnownSaveType(params.saveType))
         return Usage("unknown save type " + params.saveType);
+    std::array<int, 5> percent = kDefaultGradePercent;
+    const bool weightsGiven =
+        std::any_of(args.options.begin(), args.options.end(),
+                    [](const auto& option) { return option.first == "--grade-weights"; });
+    if (weightsGiven && !GradePercents(args.Value("--grade-weights"), &percent))
+        return Usage("--grade-weights takes five whole numbers 0..100, as 100,75,50,25,0");
     if (method->method == CombineMethod::GradeAvg || method->method == CombineMethod::GradeAvgAuto)
-        params.settings.weights = GradeWeights(params.files, {});
+        params.settings.weights = GradeWeights(params.files, {}, percent);
 
     std::error_code ec;
     std::filesystem::create_directories(params.outDir, ec);

@@ -203,3 +203,43 @@ TEST(CombineCommand, AverageAndMedianOfGeneratedLights) {
               std::string::npos)
         << out;
 }
+
+TEST(CombineCommand, GradedAverageTakesTheGivenGradeWeights) {
+    // Two files graded A and B by their names: the graded average adds each at its grade's
+    // weight, 100 % and 75 % unless others are given.
+    ScratchDir dir;
+    const std::string a = dir.file("AGA_AVERAGE_first.fit"), b = dir.file("AGB_AVERAGE_second.fit");
+    for (const auto& [path, level] : {std::pair{a, 100.0}, std::pair{b, 300.0}}) {
+        Image img;
+        MakeImage(img, 8, 6, ColorGray, [&](int, int, int) { return level; });
+        ASSERT_TRUE(img.WriteFile(path, KindFITS));
+    }
+    struct Case {
+        const char* options;
+        int exit;
+        double level;
+    };
+    for (const Case& c :
+         {Case{"", 0, 100 + 0.75 * 300}, Case{"--grade-weights 100,50,25,10,0", 0, 100 + 0.5 * 300},
+          Case{"--grade-weights 0,100,0,0,0", 0, 300}, Case{"--grade-weights 100,50,25,10", 2, 0},
+          Case{"--grade-weights 100,50,25,10,101", 2, 0},
+          Case{"--grade-weights 100,50,x,10,0", 2, 0}}) {
+        std::string out;
+        ASSERT_EQ(RunCommand(Cli() + " combine --method GRADEAVG --save-type UNCOMPFIT32 " +
+                                 c.options + " --name Graded -o " + Q(dir.file("out")) + " " +
+                                 Q(a) + " " + Q(b),
+                             &out),
+                  c.exit)
+            << c.options << "\n"
+            << out;
+        if (c.exit != 0) {
+            EXPECT_NE(out.find("--grade-weights takes five whole numbers 0..100"),
+                      std::string::npos)
+                << out;
+            continue;
+        }
+        Image graded;
+        ASSERT_TRUE(graded.ReadFile(dir.file("out/Graded.fit"), ".fit"));
+        EXPECT_NEAR(graded.curPlane[graded.Slots()[0]][13], c.level, 1e-3) << c.options;
+    }
+}
