@@ -93,38 +93,6 @@ bool Image::EdgeEnergy(const float* channel, double* out, double threshold, int 
     return true;
 }
 
-namespace {
-
-/// The grading kernels, row order.
-constexpr double kKernelX[9] = {-0.25, 0, 0.25, -1, 0, 1, -0.25, 0, 0.25};
-constexpr double kKernelY[9] = {0.25, 1, 0.25, 0, 0, 0, -0.25, -1, -0.25};
-
-std::string NoPoint(std::string text, const char* with) {
-    const auto dot = text.find('.');
-    if (dot != std::string::npos)
-        text.replace(dot, 1, with);
-    return text;
-}
-
-GradeStats StatsOf(const std::vector<double>& values) {
-    GradeStats s;
-    if (values.empty())
-        return s;
-    s.min = *std::min_element(values.begin(), values.end());
-    s.max = *std::max_element(values.begin(), values.end());
-    double sum = 0.0;
-    for (double v : values)
-        sum += v;
-    s.avg = sum / values.size();
-    if (values.size() > 1) {
-        double sq = 0.0;
-        for (double v : values)
-            sq += (v - s.avg) * (v - s.avg);
-        s.stdDev = std::sqrt(sq / (values.size() - 1));
-    }
-    return s;
-}
-
 /// Copies `source` to outDir / name through a temporary name and a rename; never over an
 /// input. The copy's attributes are set to normal.
 bool CopyGraded(const std::string& source, const std::string& outDir, const std::string& name,
@@ -157,6 +125,38 @@ bool CopyGraded(const std::string& source, const std::string& outDir, const std:
         return false;
     }
     return true;
+}
+
+namespace {
+
+/// The grading kernels, row order.
+constexpr double kKernelX[9] = {-0.25, 0, 0.25, -1, 0, 1, -0.25, 0, 0.25};
+constexpr double kKernelY[9] = {0.25, 1, 0.25, 0, 0, 0, -0.25, -1, -0.25};
+
+std::string NoPoint(std::string text, const char* with) {
+    const auto dot = text.find('.');
+    if (dot != std::string::npos)
+        text.replace(dot, 1, with);
+    return text;
+}
+
+GradeStats StatsOf(const std::vector<double>& values) {
+    GradeStats s;
+    if (values.empty())
+        return s;
+    s.min = *std::min_element(values.begin(), values.end());
+    s.max = *std::max_element(values.begin(), values.end());
+    double sum = 0.0;
+    for (double v : values)
+        sum += v;
+    s.avg = sum / values.size();
+    if (values.size() > 1) {
+        double sq = 0.0;
+        for (double v : values)
+            sq += (v - s.avg) * (v - s.avg);
+        s.stdDev = std::sqrt(sq / (values.size() - 1));
+    }
+    return s;
 }
 
 /// The common state of one run: the result, the failures and their reporting.

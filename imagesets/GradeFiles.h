@@ -175,6 +175,11 @@ bool RecalculateGrades(GradeResult* result, const std::vector<bool>& keep, std::
 /// deviation (n - 1) of the scores.
 std::vector<bool> AutoMinMaxSelection(const GradeResult& result);
 
+/// Copies a graded file to outDir / name through a temporary name and a rename, never over one
+/// of `inputs`, with plain read-write attributes; false with the reason in `why`.
+bool CopyGraded(const std::string& source, const std::string& outDir, const std::string& name,
+                const std::vector<std::string>& inputs, std::string* outPath, std::string* why);
+
 // ---- the grade weights of "Edit Grades" ------------------------------------------------------
 
 /// The record of the setup file that holds the five weights, "A B C D F" in percent. The

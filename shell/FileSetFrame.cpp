@@ -363,7 +363,8 @@ bool FileSetFrame::CheckInputs(const std::vector<std::string>& files,
     return true;
 }
 
-bool FileSetFrame::Run() {
+bool FileSetFrame::StartChecks(std::vector<std::string>* usable, std::string* folder,
+                               std::string* prefix) {
     if (running_)
         return false;
     if (const std::string refusal = FileOpStartRefusal(traits_.kind); !refusal.empty()) {
@@ -375,23 +376,27 @@ bool FileSetFrame::Run() {
         Say(traits_.noImageText);
         return false;
     }
-    std::string prefix;
     if (prefixEdit) {
         std::string message;
-        if (!CheckPrefix(prefixEdit->text().toStdString(), &prefix, &message)) {
+        if (!CheckPrefix(prefixEdit->text().toStdString(), prefix, &message)) {
             Say(message);
             prefixEdit->setFocus();
             return false;
         }
     }
-    std::string folder, message;
-    if (!ResolveOutputDirectory(outputDirectory->text().toStdString(), files, &folder, &message)) {
+    std::string message;
+    if (!ResolveOutputDirectory(outputDirectory->text().toStdString(), files, folder, &message)) {
         Say(message);
         return false;
     }
-    outputDirectory->setText(Q(folder));
+    outputDirectory->setText(Q(*folder));
+    return CheckInputs(files, usable);
+}
+
+bool FileSetFrame::Run() {
     std::vector<std::string> usable;
-    if (!CheckInputs(files, &usable))
+    std::string folder, prefix;
+    if (!StartChecks(&usable, &folder, &prefix))
         return false;
     FileSetBody body;
     if (!Prepare(usable, folder, prefix, &body))

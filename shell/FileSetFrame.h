@@ -107,6 +107,10 @@ public:
 protected:
     /// The operation's own controls go here.
     QVBoxLayout* Methods() { return methods_; }
+    /// The checks before a run, each refusal said: busy flags, file count, prefix, output
+    /// folder (made and shown resolved), usable files. True with the usable files, the folder
+    /// and the prefix.
+    bool StartChecks(std::vector<std::string>* usable, std::string* folder, std::string* prefix);
     /// The usable inputs of `files`: by default CheckFiles with the traits' keywords, the
     /// operation's texts when too few are usable, and the question about refused files.
     virtual bool CheckInputs(const std::vector<std::string>& files,

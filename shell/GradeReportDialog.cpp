@@ -47,19 +47,53 @@ QString DialogFilter(const char* filter) {
 
 // ---- grade weights ----------------------------------------------------------------------------
 
+GradeWeightFields::GradeWeightFields(bool row, QWidget* parent) : QWidget(parent) {
+    static const char* kLabels[5] = {"A%", "B%", "C%", "D%", "F%"};
+    static const char* kNames[5] = {"weightA", "weightB", "weightC", "weightD", "weightF"};
+    QFormLayout* form = row ? nullptr : new QFormLayout(this);
+    QHBoxLayout* line = row ? new QHBoxLayout(this) : nullptr;
+    if (line)
+        line->setContentsMargins(0, 0, 0, 0);
+    for (int i = 0; i < 5; ++i) {
+        weights[i] = new QLineEdit(this);
+        weights[i]->setObjectName(kNames[i]);
+        if (form) {
+            form->addRow(QString::fromLatin1(kLabels[i]), weights[i]);
+        } else {
+            weights[i]->setMaximumWidth(48);
+            line->addWidget(new QLabel(QString::fromLatin1(kLabels[i]), this));
+            line->addWidget(weights[i]);
+        }
+    }
+}
+
+void GradeWeightFields::Load(const CSetupParams& setup) {
+    const std::array<int, 5> now = GradeWeightPercents(setup);
+    for (int i = 0; i < 5; ++i)
+        weights[i]->setText(QString::number(now[i]));
+}
+
+bool GradeWeightFields::Store(CSetupParams& setup, std::string* error) {
+    std::array<int, 5> percent{};
+    for (int i = 0; i < 5; ++i)
+        if (!ParseGradeWeight(weights[i]->text().toStdString(), &percent[i])) {
+            *error = kGradeWeightRangeText;
+            weights[i]->setFocus();
+            weights[i]->selectAll();
+            return false;
+        }
+    return SetGradeWeightPercents(setup, percent, error);
+}
+
 GradeWeightsDialog::GradeWeightsDialog(CSetupParams& setup, QWidget* parent)
     : QDialog(parent), setup_(setup) {
     setObjectName("GradeWeightsDialog");
     setWindowTitle(kTitle);
     auto* form = new QFormLayout(this);
-    static const char* kLabels[5] = {"A%", "B%", "C%", "D%", "F%"};
-    static const char* kNames[5] = {"weightA", "weightB", "weightC", "weightD", "weightF"};
-    const std::array<int, 5> now = GradeWeightPercents(setup_);
-    for (int i = 0; i < 5; ++i) {
-        weights[i] = new QLineEdit(QString::number(now[i]), this);
-        weights[i]->setObjectName(kNames[i]);
-        form->addRow(QString::fromLatin1(kLabels[i]), weights[i]);
-    }
+    fields = new GradeWeightFields(false, this);
+    fields->Load(setup_);
+    weights = fields->weights;
+    form->addRow(fields);
     message = new QLabel(this);
     message->setObjectName("message");
     form->addRow(message);
@@ -77,16 +111,8 @@ GradeWeightsDialog::GradeWeightsDialog(CSetupParams& setup, QWidget* parent)
 }
 
 bool GradeWeightsDialog::Store() {
-    std::array<int, 5> percent{};
-    for (int i = 0; i < 5; ++i)
-        if (!ParseGradeWeight(weights[i]->text().toStdString(), &percent[i])) {
-            message->setText(QString::fromLatin1(kGradeWeightRangeText));
-            weights[i]->setFocus();
-            weights[i]->selectAll();
-            return false;
-        }
     std::string error;
-    if (!SetGradeWeightPercents(setup_, percent, &error)) {
+    if (!fields->Store(setup_, &error)) {
         message->setText(QString::fromStdString(error));
         return false;
     }

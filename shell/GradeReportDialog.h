@@ -22,6 +22,20 @@ namespace astrivelle {
 
 /// "&Edit Grades": the five weights in percent of the grades A, B, C, D, F that the graded
 /// combines give a file ("A%" .. "F%"), each a whole number from 0 to 100.
+/// The five grade weights "A%" .. "F%" as fields: read from the setup, stored back.
+class GradeWeightFields : public QWidget {
+    Q_OBJECT
+public:
+    /// In a column of labelled rows, or in one row.
+    GradeWeightFields(bool row, QWidget* parent);
+    void Load(const CSetupParams& setup);
+    /// Reads the fields into the setup; false with kGradeWeightRangeText in `error` (and the
+    /// focus on the field) when one does not read, nothing stored.
+    bool Store(CSetupParams& setup, std::string* error);
+
+    std::array<QLineEdit*, 5> weights{}; ///< A, B, C, D, F
+};
+
 class GradeWeightsDialog : public QDialog {
     Q_OBJECT
 public:
@@ -31,7 +45,8 @@ public:
     /// shown in `message` (and the focus on the field) when one does not read, nothing stored.
     bool Store();
 
-    std::array<QLineEdit*, 5> weights{}; ///< A, B, C, D, F
+    GradeWeightFields* fields = nullptr;
+    std::array<QLineEdit*, 5> weights{}; ///< the fields' own
     QLabel* message = nullptr;
     QPushButton* okButton = nullptr;
     QPushButton* cancelButton = nullptr;

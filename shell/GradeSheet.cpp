@@ -12,9 +12,11 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QTabWidget>
 #include <QVBoxLayout>
 
 #include "shell/GradeReportDialog.h"
+#include "shell/ManualGradePage.h"
 #include "shell/ShellContext.h"
 #include "shell/ToolControls.h"
 
@@ -118,6 +120,20 @@ GradeSheet::GradeSheet(ShellContext& context)
     reportButton->setEnabled(false);
     Methods()->addLayout(SpreadRow({showReport}, reportButton));
     Methods()->addStretch(1);
+    // The manual page, between the automatic one and the control page; it grades the same
+    // list into the same folder.
+    auto* manualPage = new QWidget(pages);
+    auto* manualColumn = new QVBoxLayout(manualPage);
+    manual = new ManualGradePage(
+        Context(),
+        [this](std::vector<std::string>* usable, std::string* folder) {
+            std::string prefix;
+            return StartChecks(usable, folder, &prefix);
+        },
+        manualPage);
+    manualColumn->addWidget(manual);
+    manualColumn->addStretch(1);
+    pages->insertTab(1, manualPage, QStringLiteral("Manual"));
     connect(reportButton, &QPushButton::clicked, this, [this] { OpenReport(); });
     for (QRadioButton* r : {bySharpness, byStarShape, maxEcc, percentEcc, autoEcc})
         connect(r, &QRadioButton::toggled, this, [this] { Refresh(); });

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 /// \file The Grade Files sheet: the automatic page (edge sharpness with its grade limits and
 /// switches, or star shape with its selection), the run on the worker, and the report dialog
-/// of the last run.
+/// of the last run; the manual page (shell/ManualGradePage.h) on a tab of its own.
 #pragma once
 #include <memory>
 
@@ -14,6 +14,7 @@ class QRadioButton;
 namespace astrivelle {
 
 class GradeReportDialog;
+class ManualGradePage;
 
 class GradeSheet : public FileSetFrame {
     Q_OBJECT
@@ -43,6 +44,7 @@ public:
     QRadioButton* autoEcc = nullptr;
     QCheckBox* showReport = nullptr; ///< opens the report after a run
     QPushButton* reportButton = nullptr;
+    ManualGradePage* manual = nullptr; ///< the manual page over the same list and folder
 
 protected:
     bool Prepare(const std::vector<std::string>& usable, const std::string& outDir,
