@@ -281,12 +281,45 @@ AlignSheet::AlignSheet(ShellContext& context)
     bottom->addWidget(pointBox);
     bottom->addLayout(previewColumn);
     Methods()->addLayout(bottom);
+    refineButton = MakeButton(page, QStringLiteral("R&efine Current Alignment"), "refine");
+    Methods()->addLayout(SpreadRow({}, refineButton));
     Methods()->addStretch(1);
+    connect(refineButton, &QPushButton::clicked, this, [this] { RefineCurrentAlignment(); });
     connect(preview, &AlignPreview::clicked, this, [this](int x, int y) { SetPointAt(x, y); });
     connect(fileList, &QTreeWidget::currentItemChanged, this, [this] { CurrentFileChanged(); });
     for (QRadioButton* b : methodButtons)
         connect(b, &QRadioButton::toggled, this, [this] { Refresh(); });
     Refresh();
+}
+
+bool AlignSheet::RefineCurrentAlignment() {
+    if (Running())
+        return false;
+    const FileOpResult& last = LastResult();
+    if (last.outputs.size() < 2 || last.inputs.size() != last.outputs.size()) {
+        Say(kRefineNothingText);
+        return false;
+    }
+    if (!AutoStar() && mosaicMode->isChecked()) {
+        Say(kRefineMosaicText);
+        return false;
+    }
+    const std::string reference = ReferenceFile();
+    std::string alignedReference;
+    std::map<std::string, std::array<AlignPoint, 10>> carried;
+    for (std::size_t k = 0; k < last.outputs.size(); ++k) {
+        if (last.inputs[k] == reference)
+            alignedReference = last.outputs[k];
+        if (const auto it = points_.find(last.inputs[k]); it != points_.end())
+            carried[last.outputs[k]] = it->second;
+    }
+    const std::vector<std::string> outputs = last.outputs;
+    SetInputFiles(outputs);
+    for (const auto& [path, points] : carried)
+        points_[path] = points;
+    SetReferenceFile(alignedReference.empty() ? outputs.front() : alignedReference);
+    ShowPoints();
+    return Run();
 }
 
 bool AlignSheet::AutoStar() const {

@@ -74,6 +74,11 @@ public:
 /// blue, magenta).
 QColor AlignPointColor(int slot);
 
+inline constexpr const char* kRefineNothingText =
+    "There is no aligned image set to refine: align the set first.";
+inline constexpr const char* kRefineMosaicText =
+    "A mosaic alignment can't be refined: its frame already holds the whole set.";
+
 class AlignSheet : public FileSetFrame {
     Q_OBJECT
 public:
@@ -111,6 +116,11 @@ public:
     /// The frame size set through the dialog; 0 by 0 for the collected extent.
     void SetMosaicSize(int width, int height);
     int MosaicWidth() const { return mosaicWidth_; }
+    /// "R&efine Current Alignment": the last run's aligned set becomes the list (its aligned
+    /// reference the reference, each file keeping the points of the file it came from) and is
+    /// aligned again. False with kRefineNothingText when there is no aligned set, with
+    /// kRefineMosaicText in mosaic mode (the frame already holds the whole set).
+    bool RefineCurrentAlignment();
     int MosaicHeight() const { return mosaicHeight_; }
 
     QRadioButton* methodButtons[5] = {};
@@ -135,6 +145,7 @@ public:
     QCheckBox* wideBrightness = nullptr;
     QCheckBox* smallStars = nullptr;
     QPushButton* clearPoints = nullptr;
+    QPushButton* refineButton = nullptr; ///< "R&efine Current Alignment"
     AlignPreview* preview = nullptr;
     QLabel* pointText = nullptr;
 

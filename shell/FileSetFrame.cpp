@@ -286,6 +286,23 @@ std::string FileSetFrame::ReferenceFile() const {
     return {};
 }
 
+bool FileSetFrame::SetReferenceFile(const std::string& path) {
+    if (!traits_.referenceColumn)
+        return false;
+    QTreeWidgetItem* found = nullptr;
+    for (int i = 0; i < fileList->topLevelItemCount(); ++i) {
+        QTreeWidgetItem* item = fileList->topLevelItem(i);
+        if (item->text(0).toStdString() == path)
+            found = item;
+    }
+    if (!found)
+        return false;
+    for (int i = 0; i < fileList->topLevelItemCount(); ++i)
+        fileList->topLevelItem(i)->setCheckState(kReferenceColumn, Qt::Unchecked);
+    found->setCheckState(kReferenceColumn, Qt::Checked);
+    return true;
+}
+
 bool FileSetFrame::UseOutputsOf(const std::string& operation) {
     CFileOpList list;
     if (!FileOpLists().Find(operation, &list))

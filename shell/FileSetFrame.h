@@ -70,6 +70,8 @@ public:
     std::vector<std::string> IncludedFiles() const;
     /// The file marked "Reference", or empty.
     std::string ReferenceFile() const;
+    /// Marks `path` of the list as the reference (the only one); false when it is not listed.
+    bool SetReferenceFile(const std::string& path);
     /// Takes the output list of `operation` as the input; false when there is none.
     bool UseOutputsOf(const std::string& operation);
 

@@ -422,6 +422,56 @@ TEST(AlignSheet, PointRunGivesTheEngineOutputs) {
     EXPECT_EQ(fs::path(sheet->LastResult().outputs[1]).filename(), "TnRt_f1.fit");
 }
 
+TEST(AlignSheet, RefineAlignsTheAlignedSetAgainWithItsPoints) {
+    SheetShell shell;
+    const std::vector<std::string> files = WriteFrames(
+        shell, {test::Map2(), test::Map2::Shift(3.4, -2.7), test::Map2::Shift(-5.2, 4.1)});
+    AlignSheet* sheet = AlignSheet::Show(shell);
+    sheet->SetInputFiles(files);
+    MarkReference(sheet, 0);
+    sheet->methodButtons[1]->setChecked(true); // Translate
+    EXPECT_FALSE(sheet->RefineCurrentAlignment());
+    EXPECT_EQ(shell.notify.messages.back(), kRefineNothingText);
+    sheet->fileList->setCurrentItem(sheet->fileList->topLevelItem(0));
+    Click(sheet->preview, sheet->preview->WidgetPoint(160, 120));
+    Select(sheet->translationRadius, "20");
+    sheet->outputDirectory->setText(QString::fromStdString(shell.dir.file("sheet")));
+    ASSERT_TRUE(sheet->Run());
+    ASSERT_TRUE(sheet->WaitForRun());
+    const std::vector<std::string> aligned = sheet->LastResult().outputs;
+    ASSERT_EQ(aligned.size(), 3u) << sheet->LastResult().status;
+
+    sheet->mosaicMode->setChecked(true);
+    EXPECT_FALSE(sheet->RefineCurrentAlignment());
+    EXPECT_EQ(shell.notify.messages.back(), kRefineMosaicText);
+    sheet->mosaicMode->setChecked(false);
+    ASSERT_TRUE(Press(sheet, "refine"));
+    ASSERT_TRUE(sheet->WaitForRun());
+    EXPECT_EQ(sheet->InputFiles(), aligned);
+    EXPECT_EQ(sheet->ReferenceFile(), aligned[0]);
+
+    // The same as the engine on the aligned set, the point kept on the aligned reference.
+    AlignPointRequest request;
+    for (std::size_t i = 0; i < aligned.size(); ++i) {
+        CImageFileInfo info;
+        info.path = aligned[i];
+        info.isReference = i == 0;
+        info.listIndex = static_cast<int>(i);
+        request.files.push_back(info);
+    }
+    request.files[0].points[0] = {160, 120, 1};
+    request.type = AlignPointType::Translate;
+    request.translationRadius = 20;
+    request.outputDirectory = shell.dir.file("engine");
+    fs::create_directories(request.outputDirectory);
+    RecordingNotify notify;
+    RecordingProgress progress;
+    const AlignPointResult engine = AlignPointFiles(request, &progress, &notify);
+    ASSERT_EQ(engine.run.outputs.size(), 3u) << engine.run.status;
+    ExpectSameOutputs(sheet->LastResult().outputs, engine.run.outputs);
+    EXPECT_EQ(fs::path(sheet->LastResult().outputs[1]).filename(), "Tn_Tn_f1.fit");
+}
+
 TEST(AlignSheet, AutoStarRunGivesTheEngineOutputs) {
     SheetShell shell;
     const std::vector<std::string> files =
