@@ -34,6 +34,33 @@ template <class M, int N> inline bool AnyLane(const M& m) {
     return any != 0;
 }
 
+/// One pixel of the colour step by its plain form, with the blue ratio held from pixel
+/// `lastRatio` (the row's start value when below 0); the pixel that now holds the ratio.
+inline int ColourPixel(const double* r, const double* g, const double* b, int x, int lastRatio,
+                       const DdpCurve& curve, const double weights[3], double top, float* outR,
+                       float* outG, float* outB) {
+    double held = lastRatio < 0 ? kDdpRowStartBlueRatio : b[lastRatio] / r[lastRatio];
+    double R, G, B;
+    DecompressColor(r[x], g[x], b[x], curve.Plain(r[x]), curve.Plain(g[x]), curve.Plain(b[x]),
+                    weights[0], weights[1], weights[2], &held, &R, &G, &B);
+    outR[x] = static_cast<float>(ClampStretch(R, 0.0, top));
+    outG[x] = static_cast<float>(ClampStretch(G, 0.0, top));
+    outB[x] = static_cast<float>(ClampStretch(B, 0.0, top));
+    return r[x] >= g[x] && r[x] >= b[x] && r[x] != 0.0 ? x : lastRatio;
+}
+
+/// One pixel of the value swap by its plain form, from its colour (r0, g0, b0).
+inline void SwapPixel(const double* v, const double* f, int x, const DdpCurve& curve, double top,
+                      double r0, double g0, double b0, float* outR, float* outG, float* outB) {
+    const double second = static_cast<float>(ClampStretch(curve.Filtered(v[x], f[x]), 0.0, top));
+    double h, s, value, r, g, b;
+    HexconeFromRgb(r0, g0, b0, &h, &s, &value);
+    RgbFromHexcone(h, s, second, &r, &g, &b);
+    outR[x] = static_cast<float>(ClampStretch(r, 0.0, top));
+    outG[x] = static_cast<float>(ClampStretch(g, 0.0, top));
+    outB[x] = static_cast<float>(ClampStretch(b, 0.0, top));
+}
+
 #define ASTRIVELLE_INLINE __attribute__((always_inline)) inline
 
 /// The curve and decompress-colour step, N pixels at a time. Each lane makes the same
@@ -50,15 +77,7 @@ ASTRIVELLE_INLINE void ColourLanes(const double* r, const double* g, const doubl
     const double wr = weights[0], wg = weights[1], wb = weights[2];
     int lastRatio = -1; // the last pixel whose red was the largest and not 0
     auto one = [&](int x) {
-        double held = lastRatio < 0 ? kDdpRowStartBlueRatio : b[lastRatio] / r[lastRatio];
-        double R, G, B;
-        DecompressColor(r[x], g[x], b[x], curve.Plain(r[x]), curve.Plain(g[x]), curve.Plain(b[x]),
-                        wr, wg, wb, &held, &R, &G, &B);
-        outR[x] = static_cast<float>(ClampStretch(R, 0.0, top));
-        outG[x] = static_cast<float>(ClampStretch(G, 0.0, top));
-        outB[x] = static_cast<float>(ClampStretch(B, 0.0, top));
-        if (r[x] >= g[x] && r[x] >= b[x] && r[x] != 0.0)
-            lastRatio = x;
+        lastRatio = ColourPixel(r, g, b, x, lastRatio, curve, weights, top, outR, outG, outB);
     };
     const D zero = {}, small = zero + 0.001, topLanes = zero + top;
     // Written out in place: vectors are neither passed nor returned by value.
@@ -120,14 +139,7 @@ ASTRIVELLE_INLINE void SwapLanes(const double* v, const double* f, int w, const 
     typedef typename Lanes<N>::M M;
     typedef typename Lanes<N>::F F;
     auto one = [&](int x, double r0, double g0, double b0) {
-        const double second =
-            static_cast<float>(ClampStretch(curve.Filtered(v[x], f[x]), 0.0, top));
-        double h, s, value, r, g, b;
-        HexconeFromRgb(r0, g0, b0, &h, &s, &value);
-        RgbFromHexcone(h, s, second, &r, &g, &b);
-        outR[x] = static_cast<float>(ClampStretch(r, 0.0, top));
-        outG[x] = static_cast<float>(ClampStretch(g, 0.0, top));
-        outB[x] = static_cast<float>(ClampStretch(b, 0.0, top));
+        SwapPixel(v, f, x, curve, top, r0, g0, b0, outR, outG, outB);
     };
     const D zero = {}, topLanes = zero + top;
     const double keep = 1.0 - curve.strength;
@@ -250,17 +262,9 @@ ASTRIVELLE_EIGHT void ColourRow8(const double* r, const double* g, const double*
                                  const DdpCurve& curve, const double weights[3], double top,
                                  float* outR, float* outG, float* outB) {
     const double wr = weights[0], wg = weights[1], wb = weights[2];
-    int lastRatio = -1;
+    int lastRatio = -1; // the last pixel whose red was the largest and not 0
     auto one = [&](int x) {
-        double held = lastRatio < 0 ? kDdpRowStartBlueRatio : b[lastRatio] / r[lastRatio];
-        double R, G, B;
-        DecompressColor(r[x], g[x], b[x], curve.Plain(r[x]), curve.Plain(g[x]), curve.Plain(b[x]),
-                        wr, wg, wb, &held, &R, &G, &B);
-        outR[x] = static_cast<float>(ClampStretch(R, 0.0, top));
-        outG[x] = static_cast<float>(ClampStretch(G, 0.0, top));
-        outB[x] = static_cast<float>(ClampStretch(B, 0.0, top));
-        if (r[x] >= g[x] && r[x] >= b[x] && r[x] != 0.0)
-            lastRatio = x;
+        lastRatio = ColourPixel(r, g, b, x, lastRatio, curve, weights, top, outR, outG, outB);
     };
     const __m512d zero = _mm512_setzero_pd(), small = _mm512_set1_pd(0.001),
                   topv = _mm512_set1_pd(top), one1 = _mm512_set1_pd(1.0),
@@ -310,14 +314,7 @@ ASTRIVELLE_EIGHT void ColourRow8(const double* r, const double* g, const double*
 ASTRIVELLE_EIGHT void SwapRow8(const double* v, const double* f, int w, const DdpCurve& curve,
                                double top, float* outR, float* outG, float* outB) {
     auto one = [&](int x, double r0, double g0, double b0) {
-        const double second =
-            static_cast<float>(ClampStretch(curve.Filtered(v[x], f[x]), 0.0, top));
-        double h, s, value, r, g, b;
-        HexconeFromRgb(r0, g0, b0, &h, &s, &value);
-        RgbFromHexcone(h, s, second, &r, &g, &b);
-        outR[x] = static_cast<float>(ClampStretch(r, 0.0, top));
-        outG[x] = static_cast<float>(ClampStretch(g, 0.0, top));
-        outB[x] = static_cast<float>(ClampStretch(b, 0.0, top));
+        SwapPixel(v, f, x, curve, top, r0, g0, b0, outR, outG, outB);
     };
     const __m512d zero = _mm512_setzero_pd(), topv = _mm512_set1_pd(top),
                   one1 = _mm512_set1_pd(1.0), two = _mm512_set1_pd(2.0),

@@ -56,6 +56,21 @@ AutoStarParams ParamsFor(const ScratchDir& dir, const synth::Truth& truth, bool 
     return p;
 }
 
+/// A pair of files, the first the reference, aligned into `outDir`.
+AutoStarParams PairParams(const std::string& reference, const std::string& other,
+                          const std::string& outDir, bool quick) {
+    AutoStarParams p;
+    for (const std::string& f : {reference, other}) {
+        CImageFileInfo info;
+        info.path = f;
+        p.files.push_back(info);
+    }
+    p.referencePath = reference;
+    p.outputDirectory = outDir;
+    p.quickAlignment = quick;
+    return p;
+}
+
 /// The map (0-based current pixels -> 0-based reference pixels) that an aligned frame's
 /// points define: the affine map of three pairs, or the turn and shift of two.
 synth::Affine PointMap(const AlignStarFrame& f) {
@@ -345,15 +360,8 @@ TEST(AlignStarFiles, RealCygnusPairAgreesWithAnIndependentSolution) {
     // 48). Descriptor matching lands within 5.1 px: it turns on two corner stars, and the one by
     // the left edge is pulled about 3 px by its refinement window (radius 14) on the raw mosaic.
     for (const Case c : {Case{true, 0.5}, Case{false, 6.0}}) {
-        AutoStarParams p;
-        for (const std::string& f : {first, plain}) {
-            CImageFileInfo info;
-            info.path = f;
-            p.files.push_back(info);
-        }
-        p.referencePath = first;
-        p.outputDirectory = dir.file(c.quick ? "quick" : "descriptor");
-        p.quickAlignment = c.quick;
+        const AutoStarParams p =
+            PairParams(first, plain, dir.file(c.quick ? "quick" : "descriptor"), c.quick);
         const auto r = AlignStarFiles(p, nullptr, nullptr);
         ASSERT_EQ(r.run.outputs.size(), 2u) << r.run.status;
         ASSERT_EQ(r.frames.size(), 1u);
@@ -383,15 +391,8 @@ TEST(AlignStarFiles, RealPolePairEndsWithItsText) {
         GTEST_SKIP() << "the PANOPTES pole frames are absent";
     ScratchDir dir;
     for (const bool quick : {true, false}) {
-        AutoStarParams p;
-        for (const std::string& f : {pole, turned}) {
-            CImageFileInfo info;
-            info.path = f;
-            p.files.push_back(info);
-        }
-        p.referencePath = pole;
-        p.outputDirectory = dir.file(quick ? "quick" : "descriptor");
-        p.quickAlignment = quick;
+        const AutoStarParams p =
+            PairParams(pole, turned, dir.file(quick ? "quick" : "descriptor"), quick);
         const auto r = AlignStarFiles(p, nullptr, nullptr);
         EXPECT_TRUE(r.run.outputs.empty()) << quick;
         EXPECT_EQ(r.run.status, quick ? kNotEnoughStarsQuickText : kLessThan2ReferenceStarsText);

@@ -375,6 +375,32 @@ TEST(AlignSheet, OnStarMovesThePointToTheStarsCentroid) {
     EXPECT_NE(p.x, 158.0);
 }
 
+namespace {
+
+/// The engine's point alignment of `files` (the first the reference, the one at `excluded`
+/// left out) into dir/engine, `setup` giving the points and settings: what a sheet run must
+/// equal.
+AlignPointResult EngineAlign(SheetShell& shell, const std::vector<std::string>& files, int excluded,
+                             const std::function<void(AlignPointRequest&)>& setup) {
+    AlignPointRequest request;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        CImageFileInfo info;
+        info.path = files[i];
+        info.isReference = i == 0;
+        info.excluded = static_cast<int>(i) == excluded;
+        info.listIndex = static_cast<int>(i);
+        request.files.push_back(info);
+    }
+    setup(request);
+    request.outputDirectory = shell.dir.file("engine");
+    fs::create_directories(request.outputDirectory);
+    RecordingNotify notify;
+    RecordingProgress progress;
+    return AlignPointFiles(request, &progress, &notify);
+}
+
+} // namespace
+
 TEST(AlignSheet, PointRunGivesTheEngineOutputs) {
     SheetShell shell;
     const std::vector<std::string> files =
@@ -395,26 +421,14 @@ TEST(AlignSheet, PointRunGivesTheEngineOutputs) {
     ASSERT_TRUE(sheet->Run()) << shell.notify.messages.size();
     ASSERT_TRUE(sheet->WaitForRun());
 
-    AlignPointRequest request;
-    for (std::size_t i = 0; i < 4; ++i) {
-        CImageFileInfo info;
-        info.path = files[i];
-        info.isReference = i == 0;
-        info.excluded = i == 3;
-        info.listIndex = static_cast<int>(i);
-        request.files.push_back(info);
-    }
-    request.files[0].points[0] = {160, 120, 1};
-    request.files[0].points[1] = {230, 110, 1};
-    request.type = AlignPointType::TranslateRotate;
-    request.translationRadius = 20;
-    request.rotationRadius = 20;
-    request.minimum = 0.60;
-    request.outputDirectory = shell.dir.file("engine");
-    fs::create_directories(request.outputDirectory);
-    RecordingNotify notify;
-    RecordingProgress progress;
-    const AlignPointResult engine = AlignPointFiles(request, &progress, &notify);
+    const AlignPointResult engine = EngineAlign(shell, files, 3, [](AlignPointRequest& request) {
+        request.files[0].points[0] = {160, 120, 1};
+        request.files[0].points[1] = {230, 110, 1};
+        request.type = AlignPointType::TranslateRotate;
+        request.translationRadius = 20;
+        request.rotationRadius = 20;
+        request.minimum = 0.60;
+    });
     ASSERT_EQ(engine.run.outputs.size(), 3u) << engine.run.status;
     EXPECT_EQ(sheet->LastResult().status, engine.run.status);
     EXPECT_EQ(sheet->status->text().toStdString(), engine.run.status);
@@ -451,22 +465,11 @@ TEST(AlignSheet, RefineAlignsTheAlignedSetAgainWithItsPoints) {
     EXPECT_EQ(sheet->ReferenceFile(), aligned[0]);
 
     // The same as the engine on the aligned set, the point kept on the aligned reference.
-    AlignPointRequest request;
-    for (std::size_t i = 0; i < aligned.size(); ++i) {
-        CImageFileInfo info;
-        info.path = aligned[i];
-        info.isReference = i == 0;
-        info.listIndex = static_cast<int>(i);
-        request.files.push_back(info);
-    }
-    request.files[0].points[0] = {160, 120, 1};
-    request.type = AlignPointType::Translate;
-    request.translationRadius = 20;
-    request.outputDirectory = shell.dir.file("engine");
-    fs::create_directories(request.outputDirectory);
-    RecordingNotify notify;
-    RecordingProgress progress;
-    const AlignPointResult engine = AlignPointFiles(request, &progress, &notify);
+    const AlignPointResult engine = EngineAlign(shell, aligned, -1, [](AlignPointRequest& request) {
+        request.files[0].points[0] = {160, 120, 1};
+        request.type = AlignPointType::Translate;
+        request.translationRadius = 20;
+    });
     ASSERT_EQ(engine.run.outputs.size(), 3u) << engine.run.status;
     ExpectSameOutputs(sheet->LastResult().outputs, engine.run.outputs);
     EXPECT_EQ(fs::path(sheet->LastResult().outputs[1]).filename(), "Tn_Tn_f1.fit");
