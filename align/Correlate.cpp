@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "align/CorrelationScores.h"
 #include "engine/Image.h"
 #include "engine/Parallel.h"
 
@@ -61,54 +62,6 @@ void LoadBlock(const Image& image, bool luminanceMode, int x, int y, int r, floa
     }
 }
 
-/// Correlation of a block of `side` squared values (row stride `stride`) with a template of
-/// the same side; window values of -1.0 are skipped.
-inline double BlockCorrelation(const float* block, int stride, const float* tmpl, int side,
-                               double templateNorm) {
-    double sumTW = 0, sumWW = 0;
-    for (int j = 0; j < side; ++j) {
-        const float* w = block + static_cast<std::size_t>(j) * stride;
-        const float* t = tmpl + static_cast<std::size_t>(j) * side;
-        for (int i = 0; i < side; ++i) {
-            const float v = w[i];
-            if (v == kMissing)
-                continue;
-            sumTW += static_cast<double>(t[i]) * v;
-            sumWW += static_cast<double>(v) * v;
-        }
-    }
-    const double denominator = std::sqrt(sumWW) * templateNorm;
-    return denominator > 0 ? sumTW / denominator : 0.0;
-}
-
-/// The same where the block holds no -1.0 mark: four running sums per product, added in a
-/// fixed order, so the value does not depend on where the block lies.
-inline double BlockCorrelationFull(const float* block, int stride, const float* tmpl, int side,
-                                   double templateNorm) {
-    double tw[4] = {0, 0, 0, 0}, ww[4] = {0, 0, 0, 0};
-    const int whole = side & ~3;
-    for (int j = 0; j < side; ++j) {
-        const float* w = block + static_cast<std::size_t>(j) * stride;
-        const float* t = tmpl + static_cast<std::size_t>(j) * side;
-        int i = 0;
-        for (; i < whole; i += 4)
-            for (int k = 0; k < 4; ++k) {
-                const double v = w[i + k];
-                tw[k] += static_cast<double>(t[i + k]) * v;
-                ww[k] += v * v;
-            }
-        for (; i < side; ++i) {
-            const double v = w[i];
-            tw[0] += static_cast<double>(t[i]) * v;
-            ww[0] += v * v;
-        }
-    }
-    const double sumTW = (tw[0] + tw[1]) + (tw[2] + tw[3]);
-    const double sumWW = (ww[0] + ww[1]) + (ww[2] + ww[3]);
-    const double denominator = std::sqrt(sumWW) * templateNorm;
-    return denominator > 0 ? sumTW / denominator : 0.0;
-}
-
 } // namespace
 
 void Image::CorrelationTemplate(int radius, int x, int y, bool luminanceMode,
@@ -139,23 +92,11 @@ void Image::CorrelateAt(int radius, const float* tmpl, double templateNorm, int 
     const int windowSide = 4 * r + 1;
     std::vector<float> window(static_cast<std::size_t>(windowSide) * windowSide);
     LoadBlock(*this, luminanceMode, x, y, 2 * r, window.data());
-    std::vector<double> score(static_cast<std::size_t>(side) * side);
     // Inside the image the window has no marks unless a pixel holds -1.0 itself; then the
     // plain sum, which skips them, is used throughout.
     const bool marked = std::find(window.begin(), window.end(), kMissing) != window.end();
-    // Each offset's sum is formed by one task in a fixed order, so the scores (and the
-    // choice among equal ones below) do not depend on the scheduling.
-    ParallelRows(side, [&](int row0, int row1) {
-        for (int row = row0; row < row1; ++row)
-            for (int col = 0; col < side; ++col) {
-                // Offset (col - r, row - r): its block starts at window (col, row).
-                const float* block =
-                    window.data() + static_cast<std::size_t>(row) * windowSide + col;
-                score[static_cast<std::size_t>(row) * side + col] =
-                    marked ? BlockCorrelation(block, windowSide, tmpl, side, templateNorm)
-                           : BlockCorrelationFull(block, windowSide, tmpl, side, templateNorm);
-            }
-    });
+    std::vector<double> score;
+    CorrelationScores(window.data(), windowSide, tmpl, side, templateNorm, marked, true, &score);
     std::size_t bestAt = 0;
     for (std::size_t k = 1; k < score.size(); ++k)
         if (score[k] > score[bestAt])
