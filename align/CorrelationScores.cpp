@@ -77,16 +77,30 @@ void Fft(Complex* a, int n, std::ptrdiff_t stride, bool inverse, const Complex* 
     }
 }
 
-/// The 2-D FFT of an n x n grid (rows, then columns), in parallel.
+/// Transposes an n x n grid in place, in tiles.
+void Transpose(std::vector<Complex>& grid, int n) {
+    constexpr int kTile = 32;
+    ParallelRows((n + kTile - 1) / kTile, [&](int b0, int b1) {
+        for (int bi = b0; bi < b1; ++bi)
+            for (int bj = bi; bj < (n + kTile - 1) / kTile; ++bj)
+                for (int i = bi * kTile; i < std::min(n, (bi + 1) * kTile); ++i)
+                    for (int j = std::max(bj * kTile, bi == bj ? i + 1 : 0);
+                         j < std::min(n, (bj + 1) * kTile); ++j)
+                        std::swap(grid[static_cast<std::size_t>(i) * n + j],
+                                  grid[static_cast<std::size_t>(j) * n + i]);
+    });
+}
+
+/// The 2-D FFT of an n x n grid, in parallel: the rows, then the columns as the rows of the
+/// transposed grid (contiguous, unlike a strided column pass), transposed back.
 void Fft2(std::vector<Complex>& grid, int n, bool inverse, const std::vector<Complex>& twiddle) {
-    ParallelRows(n, [&](int r0, int r1) {
-        for (int r = r0; r < r1; ++r)
-            Fft(grid.data() + static_cast<std::size_t>(r) * n, n, 1, inverse, twiddle.data());
-    });
-    ParallelRows(n, [&](int c0, int c1) {
-        for (int c = c0; c < c1; ++c)
-            Fft(grid.data() + c, n, n, inverse, twiddle.data());
-    });
+    for (int pass = 0; pass < 2; ++pass) {
+        ParallelRows(n, [&](int r0, int r1) {
+            for (int r = r0; r < r1; ++r)
+                Fft(grid.data() + static_cast<std::size_t>(r) * n, n, 1, inverse, twiddle.data());
+        });
+        Transpose(grid, n);
+    }
 }
 
 /// Whether every value is a whole level 0..65535.
@@ -140,13 +154,12 @@ bool ExactCrossSums(const float* window, int windowSide, const float* tmpl, int 
     Fft2(w, n, false, twiddle);
     // Unpacked spectra: X(k) = (Z(k) + conj(Z(-k))) / 2 for the real part's grid, and
     // (Z(k) - conj(Z(-k))) / 2i for the imaginary part's. The correlation of the template
-    // with the window is the inverse of conj(T) * W. Two real results go back in one inverse:
-    // high x high as the real part, the two mixed products as the imaginary; the low x low
-    // product in a second.
-    std::vector<Complex> packed, lowLow;
+    // with the window is the inverse of conj(T) * W. The two real results go back in one
+    // inverse: 256 x (high x high) + the mixed products as the real part, low x low as the
+    // imaginary.
+    std::vector<Complex> packed;
     try {
         packed.assign(cells, Complex());
-        lowLow.assign(cells, Complex());
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -160,27 +173,26 @@ bool ExactCrossSums(const float* window, int windowSide, const float* tmpl, int 
                 const Complex tk = t[k], tm = std::conj(t[m]), wk = w[k], wm = std::conj(w[m]);
                 const Complex th = (tk + tm) * half, tl = (tk - tm) * halfI;
                 const Complex wh = (wk + wm) * half, wl = (wk - wm) * halfI;
-                const Complex hh = std::conj(th) * wh;
-                const Complex mixed = std::conj(th) * wl + std::conj(tl) * wh;
-                packed[k] = hh + i1 * mixed;
-                lowLow[k] = std::conj(tl) * wl;
+                // The high part 256 * hh + mixed stays below 2^40, far inside what the
+                // transform keeps to a small fraction of one.
+                const Complex high =
+                    256.0 * (std::conj(th) * wh) + (std::conj(th) * wl + std::conj(tl) * wh);
+                packed[k] = high + i1 * (std::conj(tl) * wl);
             }
     });
     Fft2(packed, n, true, twiddle);
-    Fft2(lowLow, n, true, twiddle);
     const double scale = 1.0 / static_cast<double>(cells); // a power of two: exact
     bool whole = true;
     for (int dy = 0; dy < side && whole; ++dy)
         for (int dx = 0; dx < side; ++dx) {
             const std::size_t k = static_cast<std::size_t>(dy) * n + dx;
-            std::int64_t hh, mixed, ll;
-            if (!Whole(packed[k].real() * scale, &hh) || !Whole(packed[k].imag() * scale, &mixed) ||
-                !Whole(lowLow[k].real() * scale, &ll)) {
+            std::int64_t high, low;
+            if (!Whole(packed[k].real() * scale, &high) || !Whole(packed[k].imag() * scale, &low)) {
                 whole = false;
                 break;
             }
             (*cross)[static_cast<std::size_t>(dy) * side + dx] =
-                static_cast<double>(hh * 65536 + mixed * 256 + ll);
+                static_cast<double>(high * 256 + low);
         }
     return whole;
 }
