@@ -248,6 +248,22 @@ bool ReadOne(Run& run, Image& image, const std::string& path) {
     return true;
 }
 
+/// Each input read in turn and handed to `grade(path, image)`, the counter moved on; a file
+/// that can't be read is noted and passed over. False when the run was cancelled.
+template <class Grade>
+bool ForEachRead(Run& run, const std::vector<std::string>& inputs, Grade&& grade) {
+    const long total = static_cast<long>(inputs.size());
+    for (long n = 0; n < total; ++n) {
+        if (run.Cancelled())
+            return false;
+        run.Counter(n + 1, total);
+        Image image;
+        if (ReadOne(run, image, inputs[n]))
+            grade(inputs[n], image);
+    }
+    return true;
+}
+
 template <class Entry> void NameEntry(Entry& e, const std::string& path) {
     const fs::path p(path);
     e.path = path;
@@ -312,26 +328,20 @@ GradeResult GradeSharpness(Run& run, const GradeRequest& request,
     if (!(lim[0] > lim[1] && lim[1] > lim[2] && lim[2] > lim[3]))
         return run.Stop(kGradeIntervalsText);
     run.Status(kGradeFocusText);
-    const long total = static_cast<long>(inputs.size());
-    for (long n = 0; n < total; ++n) {
-        if (run.Cancelled())
-            return result;
-        run.Counter(n + 1, total);
-        const std::string& path = inputs[n];
-        Image image;
-        if (!ReadOne(run, image, path))
-            continue;
+    const bool read = ForEachRead(run, inputs, [&](const std::string& path, Image& image) {
         SharpnessGrade e;
         NameEntry(e, path);
         if (!EdgeSharpness(image, &e.red, &e.green, &e.blue, &e.mean)) {
             run.Fail(path, kGradeReadErrorText + fs::path(path).filename().string());
-            continue;
+            return;
         }
         run.Phase(PhaseProcessed);
         e.index = static_cast<int>(result.sharpness.size());
         result.sharpness.push_back(e);
         ++result.filesRead;
-    }
+    });
+    if (!read)
+        return result;
     if (result.sharpness.empty())
         return run.Finish();
 
@@ -367,28 +377,20 @@ GradeResult GradeStarShape(Run& run, const GradeRequest& request,
     run.Status(kGradeStarDataText);
     std::vector<CStarShapeStructure> stars(static_cast<std::size_t>(kGradeStarCapacity));
     std::vector<float> luminance; // the search plane of a colour file
-    const long total = static_cast<long>(inputs.size());
-    for (long n = 0; n < total; ++n) {
-        if (run.Cancelled())
-            return result;
-        run.Counter(n + 1, total);
-        const std::string& path = inputs[n];
-        Image image;
-        if (!ReadOne(run, image, path))
-            continue;
+    const bool read = ForEachRead(run, inputs, [&](const std::string& path, Image& image) {
         ++result.filesRead;
         // The luminance of a colour image, or the one channel.
         const float* channel = StarChannel(image, &luminance);
         if (!channel) {
             run.Fail(path, kGradeStarShapeUnavailableText);
-            continue;
+            return;
         }
         int candidates = 0, accepted = 0;
         image.FindStarsBounded(run.progress, request.ownerName, channel, stars.data(),
                                kGradeStarCapacity, &candidates, &accepted, false, false);
         run.Phase(PhaseProcessed);
         if (accepted <= 0)
-            continue; // an image without stars has no shape to grade
+            return; // an image without stars has no shape to grade
         StarShapeGrade e;
         NameEntry(e, path);
         double eSum = 0.0, sSum = 0.0;
@@ -401,7 +403,9 @@ GradeResult GradeStarShape(Run& run, const GradeRequest& request,
         e.eccentricity = eSum / accepted;
         e.size = sSum / accepted;
         result.starShapes.push_back(e);
-    }
+    });
+    if (!read)
+        return result;
     if (result.starShapes.empty()) {
         if (result.filesRead == 0)
             return run.Finish();

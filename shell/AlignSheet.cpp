@@ -506,14 +506,9 @@ MosaicSizeDialog::MosaicSizeDialog(const AlignMosaicExtent& extent, QWidget* par
     heightBox->setValue(extent.height);
     form->addRow(QStringLiteral("Mosaic &Width :"), widthBox);
     form->addRow(QStringLiteral("Mosaic &Height :"), heightBox);
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    auto* buttons = OkCancel(this, form);
     okButton = buttons->button(QDialogButtonBox::Ok);
-    okButton->setObjectName("ok");
     cancelButton = buttons->button(QDialogButtonBox::Cancel);
-    cancelButton->setObjectName("cancel");
-    form->addRow(buttons);
-    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
 }
 
 void AlignSheet::SetMosaicSize(int width, int height) {

@@ -97,17 +97,9 @@ GradeWeightsDialog::GradeWeightsDialog(CSetupParams& setup, QWidget* parent)
     message = new QLabel(this);
     message->setObjectName("message");
     form->addRow(message);
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    auto* buttons = OkCancel(this, form, [this] { return Store(); });
     okButton = buttons->button(QDialogButtonBox::Ok);
-    okButton->setObjectName("ok");
     cancelButton = buttons->button(QDialogButtonBox::Cancel);
-    cancelButton->setObjectName("cancel");
-    form->addRow(buttons);
-    connect(buttons, &QDialogButtonBox::accepted, this, [this] {
-        if (Store())
-            accept();
-    });
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
 }
 
 bool GradeWeightsDialog::Store() {

@@ -31,6 +31,7 @@
 #include "engine/workbench/Project.h"
 #include "shell/BlendControls.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -118,16 +119,13 @@ public:
         form->addRow(text);
         comment = new QLineEdit(this);
         form->addRow("Comment", comment);
-        auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
-        form->addRow(buttons);
-        connect(buttons, &QDialogButtonBox::accepted, this, [this] {
+        OkCancel(this, form, [this] {
             if (onSave && onSave(this->name->text(), this->folder->text(), text->isChecked(),
                                  comment->text()))
-                accept();
-            else
-                this->name->setFocus();
+                return true;
+            this->name->setFocus();
+            return false;
         });
-        connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
         connect(browse, &QPushButton::clicked, this, [this] {
             const QString chosen = QFileDialog::getExistingDirectory(this, "Project Save Directory",
                                                                      this->folder->text());

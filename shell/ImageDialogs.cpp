@@ -15,6 +15,7 @@
 
 #include "engine/workbench/MainWindow.h"
 #include "shell/ShellContext.h"
+#include "shell/ToolControls.h"
 
 namespace astrivelle {
 
@@ -28,15 +29,6 @@ QSpinBox* Spin(QWidget* parent, const char* name, int low, int high, int value) 
     box->setRange(low, high);
     box->setValue(value);
     return box;
-}
-
-/// The OK / Cancel row of a dialog.
-QDialogButtonBox* OkCancel(QDialog* dialog, QLayout* layout) {
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, dialog);
-    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);
-    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
-    layout->addWidget(buttons);
-    return buttons;
 }
 
 struct TypeName {

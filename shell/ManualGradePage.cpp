@@ -81,7 +81,7 @@ ManualGradePage::ManualGradePage(ShellContext& context, StartChecks checks, QWid
     connect(cancelButton, &QPushButton::clicked, this, [this] { Cancel(); });
     connect(aid, &QComboBox::currentIndexChanged, this, [this] {
         if (session_.Active())
-            ShowCurrent();
+            ShowAid();
     });
     Refresh();
 }
@@ -129,18 +129,33 @@ void ManualGradePage::Cancel() {
 }
 
 void ManualGradePage::ShowCurrent() {
-    shown_ = std::make_unique<Image>();
-    picture->clear();
+    original_ = std::make_unique<Image>();
     const std::string path = session_.Current();
     fileLabel->setText(QString::asprintf("%d / %d  ", static_cast<int>(session_.Index()) + 1,
                                          static_cast<int>(session_.Count())) +
                        Q(std::filesystem::path(path).filename().string()));
     std::string error;
-    if (!session_.Read(shown_.get(), &error)) {
-        shown_.reset();
+    if (!session_.Read(original_.get(), &error)) {
+        original_.reset();
         status->setText(Q(error));
+    }
+    ShowAid();
+}
+
+void ManualGradePage::ShowAid() {
+    picture->clear();
+    shown_.reset();
+    if (!original_)
+        return;
+    // The file is read once; each aid works on a copy of it.
+    shown_ = std::make_unique<Image>();
+    const Image& o = *original_;
+    if (!shown_->CopyFrom(o, o.width, o.height, o.maxValue, o.colorType, o.colorDetail)) {
+        shown_.reset();
         return;
     }
+    shown_->fileType = o.fileType;
+    shown_->dataType = o.dataType;
     // A stretch aid takes the parameters last applied to the active image, else the
     // operator's own first form.
     const std::string aidName = ComboText(aid);

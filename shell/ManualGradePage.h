@@ -48,13 +48,16 @@ public:
     GradeWeightFields* weights = nullptr;
 
 private:
+    /// Reads the current file, then shows it through the aid.
     void ShowCurrent();
+    /// Shows the file read through the aid chosen now.
+    void ShowAid();
     void Refresh();
     void StoreWeights();
     ShellContext& context_;
     StartChecks checks_;
     ManualGradeSession session_;
-    std::unique_ptr<Image> shown_;
+    std::unique_ptr<Image> original_, shown_;
 };
 
 } // namespace astrivelle

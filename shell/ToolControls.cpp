@@ -3,6 +3,8 @@
 #include "shell/ToolControls.h"
 
 #include <QCheckBox>
+#include <QDialog>
+#include <QDialogButtonBox>
 #include <QHBoxLayout>
 #include <QLayout>
 #include <QLineEdit>
@@ -82,6 +84,20 @@ QCheckBox* MakeCheck(QWidget* parent, const QString& text, const char* name) {
     auto* check = new QCheckBox(text, parent);
     check->setObjectName(name);
     return check;
+}
+
+QDialogButtonBox* OkCancel(QDialog* dialog, QLayout* layout, std::function<bool()> accepting) {
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, dialog);
+    buttons->button(QDialogButtonBox::Ok)->setObjectName("ok");
+    buttons->button(QDialogButtonBox::Cancel)->setObjectName("cancel");
+    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog,
+                     [dialog, accepting = std::move(accepting)] {
+                         if (!accepting || accepting())
+                             dialog->accept();
+                     });
+    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    layout->addWidget(buttons);
+    return buttons;
 }
 
 QPushButton* MakeButton(QWidget* parent, const QString& text, const char* name) {

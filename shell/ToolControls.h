@@ -8,11 +8,16 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <vector>
 
 #include "shell/OperatorTools.h"
+
+class QDialog;
+class QDialogButtonBox;
+class QLayout;
 
 class QCheckBox;
 class QHBoxLayout;
@@ -76,6 +81,10 @@ void PairSpinSlider(QSpinBox* box, QSlider* slider);
 QCheckBox* MakeCheck(QWidget* parent, const QString& text, const char* name);
 /// A push button reading `text`, named `name`.
 QPushButton* MakeButton(QWidget* parent, const QString& text, const char* name);
+
+/// The OK / Cancel row of a dialog, added to `layout`, its buttons named "ok" and "cancel".
+/// OK accepts the dialog when `accepting` is empty or returns true; Cancel rejects it.
+QDialogButtonBox* OkCancel(QDialog* dialog, QLayout* layout, std::function<bool()> accepting = {});
 
 /// A row of `checks` in order, a stretch, then `last` when there is one.
 QHBoxLayout* SpreadRow(std::initializer_list<QWidget*> checks, QWidget* last = nullptr);

@@ -64,13 +64,7 @@ void ClickAt(AlignPreview* preview, double x, double y) {
 /// The request the sheet's run would take, built by hand.
 AlignPointRequest MosaicRequest(const std::vector<std::string>& files, double x, double y) {
     AlignPointRequest request;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        CImageFileInfo info;
-        info.path = files[i];
-        info.isReference = i == 0;
-        info.listIndex = static_cast<int>(i);
-        request.files.push_back(info);
-    }
+    request.files = ReferenceFirst(files);
     request.files[0].points[0] = {x, y, 1};
     request.type = AlignPointType::Translate;
     request.mosaic = true;

@@ -383,14 +383,7 @@ namespace {
 AlignPointResult EngineAlign(SheetShell& shell, const std::vector<std::string>& files, int excluded,
                              const std::function<void(AlignPointRequest&)>& setup) {
     AlignPointRequest request;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        CImageFileInfo info;
-        info.path = files[i];
-        info.isReference = i == 0;
-        info.excluded = static_cast<int>(i) == excluded;
-        info.listIndex = static_cast<int>(i);
-        request.files.push_back(info);
-    }
+    request.files = ReferenceFirst(files, excluded);
     setup(request);
     request.outputDirectory = shell.dir.file("engine");
     fs::create_directories(request.outputDirectory);
@@ -496,13 +489,7 @@ TEST(AlignSheet, AutoStarRunGivesTheEngineOutputs) {
     ASSERT_TRUE(sheet->WaitForRun(60000));
 
     AutoStarParams params;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        CImageFileInfo info;
-        info.path = files[i];
-        info.isReference = i == 0;
-        info.listIndex = static_cast<int>(i);
-        params.files.push_back(info);
-    }
+    params.files = ReferenceFirst(files);
     params.referencePath = files[0];
     params.outputDirectory = shell.dir.file("engine");
     fs::create_directories(params.outputDirectory);

@@ -50,12 +50,7 @@ public:
     }
     /// A 16-bit FITS file of w x h whose sample is fn(x, y).
     template <class Fn> std::string Fits(const std::string& name, int w, int h, Fn fn) {
-        Image img;
-        test::MakeImage(img, w, h, ColorGray, [&](int, int x, int y) { return fn(x, y); });
-        img.fitsCompress = false;
-        const std::string path = dir.file(name);
-        EXPECT_TRUE(img.WriteFile(path, KindFITS)) << path;
-        return path;
+        return WriteFits(dir, name, w, h, fn);
     }
     std::vector<std::string> TwoFrames() {
         return {Fits("a.fit", 16, 12, [](int x, int y) { return 1000 + 900 * x + 37 * y; }),

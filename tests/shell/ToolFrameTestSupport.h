@@ -93,6 +93,32 @@ private:
 
 /// A desktop context for the image-set sheets, with the notifier `Notifier`: the file lists
 /// of earlier runs cleared before and after.
+/// The file records of an image-set run in list order: the first the reference, the one at
+/// `excluded` (if any) left out.
+inline CImageFileList ReferenceFirst(const std::vector<std::string>& files, int excluded = -1) {
+    CImageFileList list;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        CImageFileInfo info;
+        info.path = files[i];
+        info.isReference = i == 0;
+        info.excluded = static_cast<int>(i) == excluded;
+        info.listIndex = static_cast<int>(i);
+        list.push_back(info);
+    }
+    return list;
+}
+
+/// An uncompressed 16-bit FITS file of w x h in `dir` whose sample is fn(x, y).
+template <class Fn>
+std::string WriteFits(const ScratchDir& dir, const std::string& name, int w, int h, Fn fn) {
+    Image img;
+    test::MakeImage(img, w, h, ColorGray, [&](int, int x, int y) { return fn(x, y); });
+    img.fitsCompress = false;
+    const std::string path = dir.file(name);
+    EXPECT_TRUE(img.WriteFile(path, KindFITS)) << path;
+    return path;
+}
+
 template <class Notifier = RecordingNotify> class SheetTestShell : public ShellContext {
     struct AppFirst {
         AppFirst() {
@@ -120,12 +146,7 @@ public:
 
     /// An uncompressed 16-bit FITS file of w x h in the scratch folder whose sample is fn(x, y).
     template <class Fn> std::string Fits(const std::string& name, int w, int h, Fn fn) {
-        Image img;
-        test::MakeImage(img, w, h, ColorGray, [&](int, int x, int y) { return fn(x, y); });
-        img.fitsCompress = false;
-        const std::string path = dir.file(name);
-        EXPECT_TRUE(img.WriteFile(path, KindFITS)) << path;
-        return path;
+        return WriteFits(dir, name, w, h, fn);
     }
 
 private:
