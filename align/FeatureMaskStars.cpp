@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-/// \file The Feature Mask "Stars" mode: opening background, local noise, compact peaks.
+/// \file The Feature Mask "Stars" mode: opening background, matched plane, local noise, cores.
 #include "align/FeatureMaskStars.h"
 
 #include <algorithm>
@@ -12,8 +12,6 @@
 namespace astrivelle {
 
 namespace {
-
-constexpr int kBlock = 32;
 
 /// Sliding minimum (or maximum) over [i - r, i + r] clipped to the line, of `n` values read
 /// with `stride`; `queue` holds n indices (a monotonic queue).
@@ -56,12 +54,103 @@ template <bool Max> void Extreme2D(const float* src, float* tmp, float* dst, int
     });
 }
 
+/// Gaussian smoothing of sigma `s` (kernel cut at 3 sigma, edges repeated), rows then
+/// columns, into `dst` through `tmp`.
+void Gaussian2D(const float* src, float* tmp, float* dst, int w, int h, double s) {
+    const int r = std::max(1, static_cast<int>(std::ceil(3 * s)));
+    std::vector<float> k(static_cast<std::size_t>(2 * r + 1));
+    double sum = 0;
+    for (int i = -r; i <= r; ++i)
+        sum += k[static_cast<std::size_t>(i + r)] =
+            static_cast<float>(std::exp(-i * i / (2 * s * s)));
+    for (auto& v : k)
+        v = static_cast<float>(v / sum);
+    ParallelRows(h, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const float* in = src + static_cast<std::size_t>(y) * w;
+            float* out = tmp + static_cast<std::size_t>(y) * w;
+            for (int x = 0; x < w; ++x) {
+                float acc = 0;
+                for (int i = -r; i <= r; ++i)
+                    acc += k[static_cast<std::size_t>(i + r)] * in[std::clamp(x + i, 0, w - 1)];
+                out[x] = acc;
+            }
+        }
+    });
+    ParallelRows(h, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            float* out = dst + static_cast<std::size_t>(y) * w;
+            std::fill(out, out + w, 0.0f);
+            for (int i = -r; i <= r; ++i) {
+                const float* in = tmp + static_cast<std::size_t>(std::clamp(y + i, 0, h - 1)) * w;
+                const float c = k[static_cast<std::size_t>(i + r)];
+                for (int x = 0; x < w; ++x)
+                    out[x] += c * in[x];
+            }
+        }
+    });
+}
+
 double MedianOf(std::vector<float>& v) {
     if (v.empty())
         return 0;
     const std::size_t m = v.size() / 2;
     std::nth_element(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(m), v.end());
     return v[m];
+}
+
+/// Per block of the plane (kFeatureMaskBlock squares, the last row and column of blocks
+/// taking the remainder, so that no block is too narrow to measure) one value.
+struct BlockValues {
+    int bw = 0, bh = 0;
+    std::vector<float> value;
+    BlockValues(int w, int h)
+        : bw(std::max(1, w / kFeatureMaskBlock)), bh(std::max(1, h / kFeatureMaskBlock)),
+          value(static_cast<std::size_t>(bw) * bh, 0.0f) {}
+    float At(int x, int y) const {
+        return value[static_cast<std::size_t>(std::min(y / kFeatureMaskBlock, bh - 1)) * bw +
+                     std::min(x / kFeatureMaskBlock, bw - 1)];
+    }
+    /// Fills each block with `measure(values)` of `sample(x, y)` over its pixels for which
+    /// `keep(x, y)` holds, taking every `step`-th pixel on both axes.
+    template <class Sample, class Keep, class Measure>
+    void Fill(int w, int h, int step, Sample sample, Keep keep, Measure measure) {
+        const int B = kFeatureMaskBlock;
+        ParallelRows(bh, [&](int b0, int b1) {
+            std::vector<float> values;
+            values.reserve(static_cast<std::size_t>(4) * B * B);
+            for (int by = b0; by < b1; ++by)
+                for (int bx = 0; bx < bw; ++bx) {
+                    values.clear();
+                    const int ye = by + 1 == bh ? h : (by + 1) * B;
+                    const int xe = bx + 1 == bw ? w : (bx + 1) * B;
+                    for (int y = by * B; y < ye; y += step)
+                        for (int x = bx * B; x < xe; x += step)
+                            if (keep(x, y))
+                                values.push_back(sample(x, y));
+                    value[static_cast<std::size_t>(by) * bw + bx] =
+                        static_cast<float>(measure(values));
+                }
+        });
+    }
+};
+
+/// Mean of the square ring of half side `r` about (x, y); the ring must lie in the plane.
+double RingMean(const float* plane, int w, int x, int y, int r) {
+    double sum = 0;
+    const auto at = [&](int xx, int yy) { return plane[static_cast<std::size_t>(yy) * w + xx]; };
+    for (int t = -r; t < r; ++t)
+        sum += at(x + t, y - r) + at(x + r, y + t) + at(x - t, y + r) + at(x - r, y - t);
+    return sum / (8.0 * r);
+}
+
+/// 1.4826 times the median absolute deviation from the median: a noise sigma that stars and
+/// other outliers do not move.
+double RobustSigma(std::vector<float>& v) {
+    const double m = MedianOf(v);
+    for (auto& x : v)
+        x = static_cast<float>(std::fabs(x - m));
+    return 1.4826 * MedianOf(v);
 }
 
 } // namespace
@@ -81,70 +170,63 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
         p.breakNeighbours > 8 || !(p.factor > 0 && p.factor < 1) || p.threshold < 0)
         return fail("Feature Mask: argument out of range");
     const std::size_t n = static_cast<std::size_t>(width) * height;
-    std::vector<float> residual, tmp, open;
+    std::vector<float> residual, tmp, matched;
+    std::vector<std::uint8_t> core;
+    std::vector<float> score;
     try {
         residual.resize(n);
         tmp.resize(n);
-        open.resize(n);
+        matched.resize(n);
+        core.resize(n);
+        score.resize(n);
     } catch (...) {
         return fail("Feature Mask: no memory");
     }
+    const int ring = std::max(p.radius, p.breakLocal + 2);
+    const auto inside = [&](int x, int y) {
+        return x >= ring && y >= ring && x < width - ring && y < height - ring;
+    };
 
-    // 1. and 2. Opening, residual.
-    Extreme2D<false>(src, tmp.data(), open.data(), width, height, p.radius);
-    Extreme2D<true>(open.data(), tmp.data(), residual.data(), width, height, p.radius);
+    // 1. Opening, residual, and the residual's matched plane with its level per block.
+    Extreme2D<false>(src, tmp.data(), matched.data(), width, height, OpeningRadius(p));
+    Extreme2D<true>(matched.data(), tmp.data(), residual.data(), width, height, OpeningRadius(p));
     ParallelRows(height, [&](int y0, int y1) {
         for (std::size_t i = static_cast<std::size_t>(y0) * width;
              i < static_cast<std::size_t>(y1) * width; ++i)
             residual[i] = std::max(0.0f, src[i] - residual[i]);
     });
+    Gaussian2D(residual.data(), tmp.data(), matched.data(), width, height, MatchedSigma(p));
+    const float* mp = matched.data();
+    BlockValues level(width, height);
+    level.Fill(
+        width, height, 1, [&](int x, int y) { return mp[static_cast<std::size_t>(y) * width + x]; },
+        [](int, int) { return true; }, [](std::vector<float>& v) { return MedianOf(v); });
 
-    // 3. Bias and noise per block.
-    const int bw = (width + kBlock - 1) / kBlock, bh = (height + kBlock - 1) / kBlock;
-    std::vector<float> bias(static_cast<std::size_t>(bw) * bh),
-        sigma(static_cast<std::size_t>(bw) * bh);
-    ParallelRows(bh, [&](int b0, int b1) {
-        std::vector<float> values, diffs;
-        values.reserve(kBlock * kBlock);
-        diffs.reserve(kBlock * kBlock);
-        for (int by = b0; by < b1; ++by)
-            for (int bx = 0; bx < bw; ++bx) {
-                values.clear();
-                diffs.clear();
-                const int ye = std::min(height, (by + 1) * kBlock);
-                const int xe = std::min(width, (bx + 1) * kBlock);
-                for (int y = by * kBlock; y < ye; ++y)
-                    for (int x = bx * kBlock; x < xe; ++x) {
-                        const std::size_t i = static_cast<std::size_t>(y) * width + x;
-                        values.push_back(residual[i]);
-                        if (x + 1 < width)
-                            diffs.push_back(std::fabs(src[i + 1] - src[i]));
-                    }
-                const std::size_t k = static_cast<std::size_t>(by) * bw + bx;
-                bias[k] = static_cast<float>(MedianOf(values));
-                const double s = 1.4826 * MedianOf(diffs) / std::sqrt(2.0);
-                sigma[k] = static_cast<float>(s > 0.5 ? s : 0.5); // a floor for flat data
-            }
-    });
+    // 2. The plane's own matched plane (the residual is no longer needed) and the noise of
+    // its height above the ring, measured on every fourth pixel.
+    float* sp = residual.data();
+    Gaussian2D(src, tmp.data(), sp, width, height, MatchedSigma(p));
+    const auto rise = [&](int x, int y) {
+        return sp[static_cast<std::size_t>(y) * width + x] - RingMean(sp, width, x, y, ring);
+    };
+    BlockValues noise(width, height);
+    noise.Fill(width, height, 4, rise, inside, RobustSigma);
 
-    // 4. and 5. Star cores.
+    // 3. Star cores, scored by their significance: the height above the ring over its noise.
     const double minScore = p.threshold / kFeatureMaskLevelsPerSigma;
-    const int ring = std::max(p.radius / 2, p.breakLocal + 1);
-    std::vector<std::uint8_t> core(n, 0);
-    std::vector<float> score(n, 0.0f);
-    const auto R = [&](int x, int y) { return residual[static_cast<std::size_t>(y) * width + x]; };
+    const auto S = [&](int x, int y) { return sp[static_cast<std::size_t>(y) * width + x]; };
+    const auto M = [&](int x, int y) { return mp[static_cast<std::size_t>(y) * width + x]; };
+    const auto P = [&](int x, int y) { return src[static_cast<std::size_t>(y) * width + x]; };
     ParallelRows(height, [&](int y0, int y1) {
         for (int y = std::max(y0, ring); y < std::min(y1, height - ring); ++y)
             for (int x = ring; x < width - ring; ++x) {
-                const std::size_t k = static_cast<std::size_t>(y / kBlock) * bw + x / kBlock;
-                const float v = R(x, y);
-                const double peak = v - bias[k];
-                if (peak / sigma[k] < minScore)
-                    continue;
+                // Placed on the residual's matched plane, where the opening took the slopes
+                // that would pull a peak of the plane's own matched plane aside.
+                const float v = M(x, y);
                 bool isMax = true;
                 for (int dy = -p.breakLocal; dy <= p.breakLocal && isMax; ++dy)
                     for (int dx = -p.breakLocal; dx <= p.breakLocal; ++dx) {
-                        const float u = R(x + dx, y + dy);
+                        const float u = M(x + dx, y + dy);
                         const bool before = dy < 0 || (dy == 0 && dx < 0);
                         if (u > v || (before && u == v)) {
                             isMax = false;
@@ -153,33 +235,39 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
                     }
                 if (!isMax)
                     continue;
+                const double base = RingMean(sp, width, x, y, ring);
+                const double z =
+                    (S(x, y) - base) / std::max(noise.At(x, y), kFeatureMaskNoiseFloor);
+                if (z < minScore)
+                    continue;
+                // The brightest pixel by the core needs bright neighbours: a lone hot pixel
+                // has none.
+                int bx = x, by = y;
+                for (int dy = -1; dy <= 1; ++dy)
+                    for (int dx = -1; dx <= 1; ++dx)
+                        if (P(x + dx, y + dy) > P(bx, by)) {
+                            bx = x + dx;
+                            by = y + dy;
+                        }
+                const double top = P(bx, by) - base;
                 int bright = 0;
                 for (int dy = -1; dy <= 1; ++dy)
                     for (int dx = -1; dx <= 1; ++dx)
-                        if ((dx || dy) && R(x + dx, y + dy) - bias[k] >= 0.5 * peak)
+                        if ((dx || dy) && P(bx + dx, by + dy) - base >= 0.5 * top)
                             ++bright;
                 if (bright < p.breakNeighbours)
                     continue;
-                const double limit = (1.0 - p.factor) * peak;
-                bool compact = true;
-                for (int t = -ring; t <= ring && compact; ++t)
-                    compact = R(x + t, y - ring) - bias[k] < limit &&
-                              R(x + t, y + ring) - bias[k] < limit &&
-                              R(x - ring, y + t) - bias[k] < limit &&
-                              R(x + ring, y + t) - bias[k] < limit;
-                if (compact) {
-                    core[static_cast<std::size_t>(y) * width + x] = 1;
-                    double flux = 0;
-                    for (int dy = -p.breakLocal; dy <= p.breakLocal; ++dy)
-                        for (int dx = -p.breakLocal; dx <= p.breakLocal; ++dx)
-                            flux += std::max(0.0, static_cast<double>(R(x + dx, y + dy) - bias[k]));
-                    score[static_cast<std::size_t>(y) * width + x] =
-                        static_cast<float>(flux / sigma[k]);
-                }
+                // A star falls off by the ring; extended structure, which the opening leaves
+                // in the residual where it is narrower than its square, does not.
+                const double peak = M(x, y) - level.At(x, y);
+                if (RingMean(mp, width, x, y, ring) - level.At(x, y) >= (1.0 - p.factor) * peak)
+                    continue;
+                core[static_cast<std::size_t>(y) * width + x] = 1;
+                score[static_cast<std::size_t>(y) * width + x] = static_cast<float>(z);
             }
     });
 
-    // 6. Spots, graded by the rank of their flux: level 65535 * 2^(-rank / K).
+    // 6. Spots, graded by the rank of their score: level 65535 * 2^(-rank / K).
     std::vector<std::pair<float, std::size_t>> ranked;
     for (std::size_t i = 0; i < n; ++i)
         if (core[i])
