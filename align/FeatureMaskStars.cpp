@@ -211,6 +211,16 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
     };
     BlockValues noise(width, height);
     noise.Fill(width, height, 4, rise, inside, RobustSigma);
+    // The pixel noise of the plane itself: from differences of neighbours in a row, over
+    // sqrt(2), which slopes and stars hardly move.
+    BlockValues pixelNoise(width, height);
+    pixelNoise.Fill(
+        width, height, 4,
+        [&](int x, int y) {
+            const float* row = src + static_cast<std::size_t>(y) * width;
+            return static_cast<float>((row[x + 1] - row[x]) / std::sqrt(2.0));
+        },
+        [&](int x, int) { return x + 1 < width; }, RobustSigma);
 
     // 3. Star cores, scored by their significance: the height above the ring over its noise.
     const double minScore = p.threshold / kFeatureMaskLevelsPerSigma;
@@ -240,8 +250,9 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
                     (S(x, y) - base) / std::max(noise.At(x, y), kFeatureMaskNoiseFloor);
                 if (z < minScore)
                     continue;
-                // The brightest pixel by the core needs bright neighbours: a lone hot pixel
-                // has none.
+                // The brightest pixel by the core needs bright neighbours, within the pixel
+                // noise of half its height (a faint star's top is partly noise): a lone hot
+                // pixel has none.
                 int bx = x, by = y;
                 for (int dy = -1; dy <= 1; ++dy)
                     for (int dx = -1; dx <= 1; ++dx)
@@ -249,11 +260,11 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
                             bx = x + dx;
                             by = y + dy;
                         }
-                const double top = P(bx, by) - base;
+                const double half = 0.5 * (P(bx, by) - base) - 2.0 * pixelNoise.At(bx, by);
                 int bright = 0;
                 for (int dy = -1; dy <= 1; ++dy)
                     for (int dx = -1; dx <= 1; ++dx)
-                        if ((dx || dy) && P(bx + dx, by + dy) - base >= 0.5 * top)
+                        if ((dx || dy) && P(bx + dx, by + dy) - base >= half)
                             ++bright;
                 if (bright < p.breakNeighbours)
                     continue;

@@ -18,7 +18,8 @@
 /// 3. A core is a local maximum of the matched residual over the square of half size
 ///    `breakLocal` (the first in row order wins a tie) that is significant enough, whose
 ///    brightest pixel has at least `breakNeighbours` of its eight neighbours at half its
-///    height above the ring (a lone hot pixel has none), and whose matched residual on the
+///    height above the ring, less twice the pixel noise (a lone hot pixel has none; the
+///    noise is measured per block from neighbour differences), and whose matched residual on the
 ///    ring is below (1 - `factor`) of its peak, both above the block's median (a star falls
 ///    off; an extended blob does not).
 /// 4. Output: the cores ranked by significance, strongest first; a square of half size

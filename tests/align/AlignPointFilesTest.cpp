@@ -14,6 +14,7 @@
 
 #include "engine/Image.h"
 #include "imagesets/AlignPointFiles.h"
+#include "tests/align/M13Frames.h"
 #include "tests/align/PointScene.h"
 #include "tests/support/TestSupport.h"
 #include "tools/synth/TruthFile.h"
@@ -656,6 +657,34 @@ TEST(AlignPointFiles, CancelKeepsTheReferenceAndSaysSo) {
     EXPECT_EQ(result.aligned, 0);
     EXPECT_TRUE(fs::exists(dir.file("out/Tn_f0.fit")));
     EXPECT_FALSE(fs::exists(dir.file("out/Tn_f1.fit")));
+}
+
+TEST(AlignPointFiles, RealM13FramesFollowedOnTheClusterCore) {
+    // The cluster's core, the one structure that stands out on frames this faint, followed
+    // through frames that drift about 12 px each.
+    const std::vector<std::string> paths = test::M13Frames();
+    if (paths.empty())
+        GTEST_SKIP() << "the M13 frames are absent";
+    test::ScratchDir dir;
+    AlignPointRequest request;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        CImageFileInfo info;
+        info.path = paths[i];
+        info.isReference = i == 0 ? 1 : 0;
+        info.listIndex = static_cast<int>(i);
+        request.files.push_back(info);
+    }
+    SetPoints(request.files[0], {{674, 505}});
+    request.outputDirectory = dir.file("out");
+    const AlignPointResult result = AlignPointFiles(request, nullptr, nullptr);
+    ASSERT_EQ(result.aligned, 4) << result.run.status;
+    // Each frame within 2 px of its shift (the core is a crowd of faint stars, not one).
+    for (std::size_t k = 0; k < 4; ++k) {
+        const AlignPoint& p = result.images[k].points[0];
+        EXPECT_EQ(result.images[k].input, paths[k + 1]);
+        EXPECT_NEAR(p.x - 674, test::kM13Shifts[k][0], 2.0) << "frame " << k + 2;
+        EXPECT_NEAR(p.y - 505, test::kM13Shifts[k][1], 2.0) << "frame " << k + 2;
+    }
 }
 
 } // namespace

@@ -292,6 +292,44 @@ TEST(FeatureMaskStars, StarsSurviveBinarizationTheNebulaAndGradientDoNot) {
         EXPECT_GT(mask[static_cast<std::size_t>(s[1]) * w + s[0]], 0.0f) << s[0] << "," << s[1];
 }
 
+TEST(FeatureMaskStars, FaintStarsOutrankTheNoise) {
+    // Twenty stars of FWHM 5 whose peaks stand 2.5 to 5 times the pixel noise above the sky,
+    // on a 600 x 450 plane: each is a core and the twenty lead the ranking, whatever the
+    // sky level and its gradient.
+    const int w = 600, h = 450;
+    for (const double sky : {500.0, 20000.0}) {
+        std::mt19937 rng(11);
+        std::normal_distribution<double> noise(0, 30);
+        std::vector<std::array<int, 2>> stars;
+        for (int k = 0; k < 20; ++k)
+            stars.push_back({40 + (k % 5) * 125, 40 + (k / 5) * 110});
+        std::vector<float> plane(static_cast<std::size_t>(w) * h);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                double v = sky + 0.5 * x + noise(rng);
+                for (std::size_t k = 0; k < stars.size(); ++k) {
+                    const double dx = x - stars[k][0], dy = y - stars[k][1];
+                    v += (75 + 4 * k) * std::exp(-(dx * dx + dy * dy) / (2 * 2.12 * 2.12));
+                }
+                plane[static_cast<std::size_t>(y) * w + x] = static_cast<float>(v);
+            }
+        std::vector<float> mask(plane.size());
+        int cores = 0;
+        std::string error;
+        ASSERT_TRUE(FeatureMaskStars(plane.data(), mask.data(), w, h, {}, &error, &cores));
+        // The twentieth rank sits at 65535 * 2^(-19/40); a cut just below it keeps exactly the
+        // stars' spots.
+        const float cut = static_cast<float>(65535.0 * std::pow(2.0, -19.5 / 40.0));
+        for (const auto& s : stars)
+            EXPECT_GE(mask[static_cast<std::size_t>(s[1]) * w + s[0]], cut)
+                << "sky " << sky << " star " << s[0] << "," << s[1];
+        int above = 0;
+        for (float v : mask)
+            above += v >= cut ? 1 : 0;
+        EXPECT_EQ(above, 20 * 49) << "sky " << sky << ", " << cores << " cores";
+    }
+}
+
 TEST(FeatureMaskStars, FlatAndNoisyPlanesGiveNoCoresAndArgumentsAreChecked) {
     const int w = 200, h = 150;
     std::vector<float> flat(static_cast<std::size_t>(w) * h, 1234.0f), out(flat.size(), 7.0f);
