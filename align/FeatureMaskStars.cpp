@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "engine/Parallel.h"
@@ -13,44 +14,60 @@ namespace astrivelle {
 
 namespace {
 
-/// Sliding minimum (or maximum) over [i - r, i + r] clipped to the line, of `n` values read
-/// with `stride`; `queue` holds n indices (a monotonic queue).
-template <bool Max>
-void SlideExtreme(const float* in, float* out, int n, std::ptrdiff_t stride, int r, int* queue) {
-    int head = 0, tail = 0;
-    int next = 0; // next index to enter the window
-    for (int i = 0; i < n; ++i) {
-        const int last = std::min(n - 1, i + r);
-        for (; next <= last; ++next) {
-            const float v = in[next * stride];
-            while (tail > head) {
-                const float q = in[queue[tail - 1] * stride];
-                if (Max ? q <= v : q >= v)
-                    --tail;
-                else
-                    break;
-            }
-            queue[tail++] = next;
-        }
-        while (queue[head] < i - r)
-            ++head;
-        out[i * stride] = in[queue[head] * stride];
-    }
+template <bool Max> inline float Pick(float a, float b) {
+    return Max ? std::max(a, b) : std::min(a, b);
 }
 
-/// A separable extreme filter of the plane (rows, then columns) into `dst`, through `tmp`.
+/// Minimum (or maximum) over [i - r, i + r] clipped to the row, of the `n` values of `in`, by
+/// prefix and suffix extremes in blocks of 2r + 1 (three compares a value, whatever r).
+/// `pad` holds n + 2r values, `pre` and `suf` as many.
+template <bool Max>
+void RowExtreme(const float* in, float* out, int n, int r, float* pad, float* pre, float* suf) {
+    const float outside =
+        Max ? -std::numeric_limits<float>::infinity() : std::numeric_limits<float>::infinity();
+    const int m = n + 2 * r, k = 2 * r + 1;
+    std::fill(pad, pad + r, outside);
+    std::copy(in, in + n, pad + r);
+    std::fill(pad + r + n, pad + m, outside);
+    for (int b = 0; b < m; b += k) {
+        const int e = std::min(m, b + k);
+        pre[b] = pad[b];
+        for (int i = b + 1; i < e; ++i)
+            pre[i] = Pick<Max>(pre[i - 1], pad[i]);
+        suf[e - 1] = pad[e - 1];
+        for (int i = e - 2; i >= b; --i)
+            suf[i] = Pick<Max>(suf[i + 1], pad[i]);
+    }
+    // The window of out[i] is pad[i .. i + 2r]: the suffix of its first block and the prefix
+    // of its last.
+    for (int i = 0; i < n; ++i)
+        out[i] = Pick<Max>(suf[i], pre[i + 2 * r]);
+}
+
+/// A separable extreme filter over the square of side 2r + 1 clipped to the plane (rows,
+/// then columns) into `dst`, through `tmp`.
 template <bool Max> void Extreme2D(const float* src, float* tmp, float* dst, int w, int h, int r) {
     ParallelRows(h, [&](int y0, int y1) {
-        std::vector<int> q(static_cast<std::size_t>(w));
+        const std::size_t m = static_cast<std::size_t>(w) + 2 * r;
+        std::vector<float> pad(m), pre(m), suf(m);
         for (int y = y0; y < y1; ++y)
-            SlideExtreme<Max>(src + static_cast<std::size_t>(y) * w,
-                              tmp + static_cast<std::size_t>(y) * w, w, 1, r, q.data());
+            RowExtreme<Max>(src + static_cast<std::size_t>(y) * w,
+                            tmp + static_cast<std::size_t>(y) * w, w, r, pad.data(), pre.data(),
+                            suf.data());
     });
-    // Columns: the spans are of columns here.
-    ParallelRows(w, [&](int x0, int x1) {
-        std::vector<int> q(static_cast<std::size_t>(h));
-        for (int x = x0; x < x1; ++x)
-            SlideExtreme<Max>(tmp + x, dst + x, h, w, r, q.data());
+    // Columns: each output row takes the extreme of its rows of `tmp`, a row at a time.
+    ParallelRows(h, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            float* out = dst + static_cast<std::size_t>(y) * w;
+            const int first = std::max(0, y - r), last = std::min(h - 1, y + r);
+            std::copy(tmp + static_cast<std::size_t>(first) * w,
+                      tmp + static_cast<std::size_t>(first + 1) * w, out);
+            for (int yy = first + 1; yy <= last; ++yy) {
+                const float* in = tmp + static_cast<std::size_t>(yy) * w;
+                for (int x = 0; x < w; ++x)
+                    out[x] = Pick<Max>(out[x], in[x]);
+            }
+        }
     });
 }
 
@@ -66,14 +83,19 @@ void Gaussian2D(const float* src, float* tmp, float* dst, int w, int h, double s
     for (auto& v : k)
         v = static_cast<float>(v / sum);
     ParallelRows(h, [&](int y0, int y1) {
+        std::vector<float> pad(static_cast<std::size_t>(w) + 2 * r);
         for (int y = y0; y < y1; ++y) {
             const float* in = src + static_cast<std::size_t>(y) * w;
             float* out = tmp + static_cast<std::size_t>(y) * w;
-            for (int x = 0; x < w; ++x) {
-                float acc = 0;
-                for (int i = -r; i <= r; ++i)
-                    acc += k[static_cast<std::size_t>(i + r)] * in[std::clamp(x + i, 0, w - 1)];
-                out[x] = acc;
+            std::fill(pad.begin(), pad.begin() + r, in[0]);
+            std::copy(in, in + w, pad.begin() + r);
+            std::fill(pad.begin() + r + w, pad.end(), in[w - 1]);
+            std::fill(out, out + w, 0.0f);
+            for (int t = 0; t <= 2 * r; ++t) {
+                const float c = k[static_cast<std::size_t>(t)];
+                const float* p = pad.data() + t;
+                for (int x = 0; x < w; ++x)
+                    out[x] += c * p[x];
             }
         }
     });
