@@ -255,6 +255,12 @@ struct EdgeParams {
 
 inline constexpr int kEdgeMaxWindow = 51;
 
+namespace edge_testing {
+/// Morphological edges read every window through the mirrored gathering, as at the borders
+/// (true), or take the windows inside the plane straight from its rows (false, the default).
+void SetPlainMorphology(bool plain);
+} // namespace edge_testing
+
 /// "One Pixel", "Sobel", ... "Contra-harmonic"; empty for another type.
 const char* EdgeTypeWord(int type);
 std::string FormatEdge(const EdgeParams& params);

@@ -112,6 +112,94 @@ double ContraHarmonic(const double* w, int count, double p) {
     return static_cast<double>(static_cast<int>(value));
 }
 
+// ---- Morphological ------------------------------------------------------------------------
+
+bool plainMorphology = false; // a test's switch to the gathered windows everywhere
+
+/// Morphological edges: the truncated mean of each 3 x 3 window (into `scratch`), then the
+/// smaller of its rise above the 5 x 5 window's minimum and its fall below the maximum. Where
+/// a window lies inside the plane and the plane holds no -1.0 mark (nor a NaN, which the order
+/// of comparisons would let through), it is read straight from
+/// the rows: the same sum in the same order and the same extremes (from the 5-row column
+/// extremes) as the window gathered with mirrored borders, which the border pixels keep.
+void MorphologicalEdges(const float* prev, float* cur, float* scratch, int w, int hgt, double top,
+                        const EdgeEnd& end) {
+    const std::size_t n = static_cast<std::size_t>(w) * hgt;
+    const bool marks = plainMorphology || std::any_of(prev, prev + n, [](float v) {
+                           return v == -1.0f || std::isnan(v);
+                       });
+    const auto at = [&](int x, int y) { return prev[static_cast<long>(y) * w + x]; };
+    // Pass 1: the truncated mean of the 3 x 3 window.
+    ParallelRows(hgt, [&](int y0, int y1) {
+        double win[9];
+        for (int y = y0; y < y1; ++y) {
+            const bool innerRow = !marks && y >= 1 && y < hgt - 1;
+            for (int x = 0; x < w; ++x) {
+                double sum = 0.0;
+                int count = 0;
+                if (innerRow && x >= 1 && x < w - 1) {
+                    for (int dy = -1; dy <= 1; ++dy)
+                        for (int dx = -1; dx <= 1; ++dx)
+                            sum += at(x + dx, y + dy);
+                    count = 9;
+                } else {
+                    GatherMirror(prev, w, hgt, x, y, 1, win);
+                    for (double v : win)
+                        if (Valid(v)) {
+                            sum += v;
+                            ++count;
+                        }
+                }
+                const double mean =
+                    count ? static_cast<double>(static_cast<int>(sum / count)) : 0.0;
+                scratch[static_cast<long>(y) * w + x] =
+                    static_cast<float>(Image::ClampValue(mean, 0.0, top));
+            }
+        }
+    });
+    // Pass 2: the 5 x 5 window of the previous plane about the smoothed centre.
+    ParallelRows(hgt, [&](int y0, int y1) {
+        double win[25];
+        std::vector<float> colLo(static_cast<std::size_t>(w)), colHi(colLo.size());
+        for (int y = y0; y < y1; ++y) {
+            const bool innerRow = !marks && y >= 2 && y < hgt - 2;
+            if (innerRow)
+                for (int x = 0; x < w; ++x) {
+                    float lo = at(x, y - 2), hi = lo;
+                    for (int dy = -1; dy <= 2; ++dy) {
+                        lo = std::min(lo, at(x, y + dy));
+                        hi = std::max(hi, at(x, y + dy));
+                    }
+                    colLo[static_cast<std::size_t>(x)] = lo;
+                    colHi[static_cast<std::size_t>(x)] = hi;
+                }
+            for (int x = 0; x < w; ++x) {
+                double lo = top, hi = 0.0;
+                if (innerRow && x >= 2 && x < w - 2) {
+                    float l = colLo[static_cast<std::size_t>(x - 2)];
+                    float h = colHi[static_cast<std::size_t>(x - 2)];
+                    for (int dx = -1; dx <= 2; ++dx) {
+                        l = std::min(l, colLo[static_cast<std::size_t>(x + dx)]);
+                        h = std::max(h, colHi[static_cast<std::size_t>(x + dx)]);
+                    }
+                    lo = std::min(lo, static_cast<double>(l));
+                    hi = std::max(hi, static_cast<double>(h));
+                } else {
+                    GatherMirror(prev, w, hgt, x, y, 2, win);
+                    for (double v : win)
+                        if (Valid(v)) {
+                            lo = std::min(lo, v);
+                            hi = std::max(hi, v);
+                        }
+                }
+                const long i = static_cast<long>(y) * w + x;
+                const float c = scratch[i];
+                cur[i] = end(std::min(c - static_cast<float>(lo), static_cast<float>(hi) - c));
+            }
+        }
+    });
+}
+
 // ---- Deriche ------------------------------------------------------------------------------
 
 /// The recursive filters of one alpha: smoothing (causal and anticausal numerators) and first
@@ -250,43 +338,7 @@ bool Image::EdgeExtract(bool pending, float* prev, float* cur, int type, bool bi
         });
         break;
     case EdgeMorphological:
-        // Pass 1: the truncated mean of the 3 x 3 window.
-        ParallelRows(hgt, [&](int y0, int y1) {
-            double win[9];
-            for (int y = y0; y < y1; ++y)
-                for (int x = 0; x < w; ++x) {
-                    GatherMirror(prev, w, hgt, x, y, 1, win);
-                    double sum = 0.0;
-                    int n = 0;
-                    for (double v : win)
-                        if (Valid(v)) {
-                            sum += v;
-                            ++n;
-                        }
-                    const double mean = n ? static_cast<double>(static_cast<int>(sum / n)) : 0.0;
-                    scratch[static_cast<long>(y) * w + x] =
-                        static_cast<float>(ClampValue(mean, 0.0, top));
-                }
-        });
-        // Pass 2: the 5 x 5 window of the previous plane about the smoothed centre.
-        ParallelRows(hgt, [&](int y0, int y1) {
-            double win[25];
-            for (int y = y0; y < y1; ++y)
-                for (int x = 0; x < w; ++x) {
-                    GatherMirror(prev, w, hgt, x, y, 2, win);
-                    double lo = top, hi = 0.0;
-                    for (double v : win)
-                        if (Valid(v)) {
-                            lo = std::min(lo, v);
-                            hi = std::max(hi, v);
-                        }
-                    const long i = static_cast<long>(y) * w + x;
-                    const float c = scratch[i];
-                    const float e =
-                        std::min(c - static_cast<float>(lo), static_cast<float>(hi) - c);
-                    cur[i] = end(e);
-                }
-        });
+        MorphologicalEdges(prev, cur, scratch, w, hgt, top, end);
         PageFree(scratch);
         break;
     case EdgeDeriche:
@@ -309,6 +361,12 @@ bool Image::EdgeExtract(bool pending, float* prev, float* cur, int type, bool bi
     }
     return true;
 }
+
+namespace edge_testing {
+void SetPlainMorphology(bool plain) {
+    plainMorphology = plain;
+}
+} // namespace edge_testing
 
 // ---- parameter text ---------------------------------------------------------------------
 

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
 
 #include "TestSupport.h"
 #include "engine/ProcessStructure.h"
@@ -233,4 +236,45 @@ TEST(EdgeExtract, ReplayGivesTheOperatorFunctionsPixels) {
                 for (int i = 0; i < 21 * 15; ++i)
                     ASSERT_EQ(again.curPlane[s][i], w.image.curPlane[s][i]) << EdgeTypeWord(type);
         }
+}
+
+TEST(EdgeExtract, MorphologicalWindowsReadFromTheRowsEqualTheGatheredOnes) {
+    // Planes of several kinds and sizes; each -1.0 mark or NaN sends the whole plane to the
+    // gathered windows, so those kinds compare the gathered form with itself and the others
+    // the rows with the gathering, bit for bit.
+    struct Kind {
+        const char* name;
+        int w, h;
+        double (*value)(std::mt19937&);
+    };
+    const Kind kinds[] = {
+        {"16-bit noise", 67, 41, [](std::mt19937& r) { return double(r() % 65536); }},
+        {"fractions", 40, 33, [](std::mt19937& r) { return (r() % 100000) / 7.0; }},
+        {"negative", 23, 19, [](std::mt19937& r) { return double(int(r() % 2001) - 1000); }},
+        {"a -1.0 mark", 30, 30, [](std::mt19937& r) { return r() % 50 ? r() % 900 : -1.0; }},
+        {"tiny", 3, 2, [](std::mt19937& r) { return double(r() % 300); }},
+        {"one column", 1, 17, [](std::mt19937& r) { return double(r() % 300); }},
+        {"five square", 5, 5, [](std::mt19937& r) { return double(r() % 300); }},
+    };
+    for (const Kind& k : kinds) {
+        std::mt19937 rng(7);
+        std::vector<float> values(static_cast<std::size_t>(k.w) * k.h);
+        for (auto& v : values)
+            v = static_cast<float>(k.value(rng));
+        std::vector<float> out[2];
+        for (const bool plain : {true, false}) {
+            edge_testing::SetPlainMorphology(plain);
+            Image img;
+            MakeImage(img, k.w, k.h, ColorGray, [&](int, int x, int y) {
+                return static_cast<double>(values[static_cast<std::size_t>(y) * k.w + x]);
+            });
+            ASSERT_TRUE(Extract(img, EdgeMorphological, false, 0, 1.5));
+            out[plain ? 0 : 1].assign(img.curPlane[0], img.curPlane[0] + values.size());
+        }
+        edge_testing::SetPlainMorphology(false);
+        for (std::size_t i = 0; i < values.size(); ++i)
+            ASSERT_EQ(std::memcmp(&out[0][i], &out[1][i], sizeof(float)), 0)
+                << k.name << " at " << i % k.w << "," << i / k.w << ": " << out[0][i] << " vs "
+                << out[1][i];
+    }
 }
