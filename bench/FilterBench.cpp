@@ -97,6 +97,19 @@ void OpenCvBoxFilter999(benchmark::State& state) {
 // Rank filters at 51x51 on 4000x3000: ours on the whole plane; the oracle on 24 rows.
 constexpr int kRankW = 4000, kRankH = 3000, kOracleRows = 24;
 
+/// The 5 x 5 median of the whole frame (the star search's filter), beside OpenCV's.
+void Median5(benchmark::State& state) {
+    Smooth(state, 6, 2, kWidth, kHeight);
+}
+
+void OpenCvMedian5(benchmark::State& state) {
+    Image& img = SkyPlane(kWidth, kHeight);
+    cv::Mat src(kHeight, kWidth, CV_32F, Prev(img)), dst(kHeight, kWidth, CV_32F, Cur(img));
+    for (auto _ : state)
+        cv::medianBlur(src, dst, 5);
+    state.SetItemsProcessed(state.iterations() * int64_t(kWidth) * kHeight);
+}
+
 void Rank(benchmark::State& state) {
     Smooth(state, static_cast<int>(state.range(0)), 25, kRankW, kRankH);
 }
@@ -151,6 +164,8 @@ BENCHMARK(OpenCvBoxFilter999)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(Box999)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(OpenCvTwoFilter2D)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(RichardsonLucyIteration)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(OpenCvMedian5)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(Median5)->Unit(benchmark::kMillisecond)->UseRealTime();
 // Types: 6 Median, 4 Selected Neighborhood, 8 Absolute Difference, 9 Adaptive Median,
 // 5 Quantile.
 BENCHMARK(RankOracle)

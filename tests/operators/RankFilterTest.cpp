@@ -104,6 +104,9 @@ TEST(RankFilter, FastFiltersMatchThePlainFormBitForBit) {
         {53, 52, 25}, // the largest window
         {9, 56, 25},  // the largest window on a narrow plane
         {31, 29, 1},  // 3 x 3 takes the plain form; still the same function
+        {150, 9, 2},  // the 5 x 5 median's network: two full runs of 64 and a short one
+        {5, 5, 2},    // one pixel inside
+        {4, 9, 2},    // too narrow for any
     };
     const int types[] = {SmoothSelectedNbhd, SmoothQuantile, SmoothMedian, SmoothAbsDifference,
                          SmoothAdaptiveMedian};
