@@ -10,6 +10,7 @@
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+. "$ROOT/bench/common.sh"
 BUILD=$ROOT/build/release
 SIZE=6000x4000
 while (($#)); do
@@ -19,10 +20,7 @@ while (($#)); do
         *) echo "bench/detect_wide.sh: unknown argument $1" >&2; exit 2 ;;
     esac
 done
-case $BUILD in /*) ;; *) BUILD=$ROOT/$BUILD ;; esac
-C=$BUILD/astrivelle-cli
-PY=/usr/bin/python3
-PEERS=$ROOT/bench/peers
+bench_paths
 OUT=$ROOT/bench-output/detect-wide
 DATA=$OUT/data
 params=(night --seed 5 --frames 1 --size "$SIZE" --darks 3 --flats 3 --flat-darks 3 --bias 3
@@ -37,13 +35,7 @@ fi
 W=$OUT/work
 rm -rf "$W"
 mkdir -p "$W"
-(cd "$W" &&
-    $C combine --quiet --method SIGMED --name dark -o masters "$DATA"/darks/*.fit &&
-    $C combine --quiet --method SIGMED --name flatdark -o masters "$DATA"/flatdarks/*.fit &&
-    $C combine --quiet --method SIGMED --name flat -o masters "$DATA"/flats/*.fit &&
-    $C calibrate --quiet --save-type UNCOMPFIT32 --dark masters/dark.fit \
-        --flat masters/flat.fit --flat-dark masters/flatdark.fit -o calibrated \
-        "$DATA"/lights/*.fit) >"$OUT/prepare.log" 2>&1
+calibrate_lights "$C" "$DATA" "$W" --save-type UNCOMPFIT32 >"$OUT/prepare.log" 2>&1
 FRAME=$(ls "$W"/calibrated/*.fit | head -n 1)
 
 /usr/bin/time -v -o "$OUT/ours.time" bash -c \
@@ -53,9 +45,6 @@ FRAME=$(ls "$W"/calibrated/*.fit | head -n 1)
 /usr/bin/time -v -o "$OUT/sep.time" "$PY" "$PEERS/sep_detect.py" --image "$FRAME" \
     --out "$W/sep.txt" >"$OUT/sep.log" 2>&1
 
-wall() { awk -F': ' '/Elapsed \(wall clock\)/ { n = split($2, t, ":"); s = 0;
-    for (i = 1; i <= n; i++) s = s * 60 + t[i]; printf "%.2f", s }' "$OUT/$1.time"; }
-rss() { awk -F': ' '/Maximum resident/ { printf "%.0f", $2 / 1024 }' "$OUT/$1.time"; }
 figures() {
     "$PY" "$PEERS/score.py" --synth "$BUILD/astrivelle-synth" --truth "$DATA/truth.json" \
         --out "$OUT/$1.quality.json" --image "$FRAME" --stars "$W/$1.txt" >/dev/null 2>&1 || true

@@ -11,6 +11,7 @@
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+. "$ROOT/bench/common.sh"
 BUILD=$ROOT/build/release
 SIZE=3000x2000
 FRAMES=24
@@ -24,10 +25,7 @@ while (($#)); do
         *) echo "bench/night_stack.sh: unknown argument $1" >&2; exit 2 ;;
     esac
 done
-case $BUILD in /*) ;; *) BUILD=$ROOT/$BUILD ;; esac
-C=$BUILD/astrivelle-cli
-PY=/usr/bin/python3
-PEERS=$ROOT/bench/peers
+bench_paths
 OUT=$ROOT/bench-output/night-stack
 DATA=$OUT/data
 n=$CALIBRATION
@@ -49,9 +47,6 @@ timed() {
         echo "$name failed, see $OUT/$name.log" >&2
     fi
 }
-wall() { awk -F': ' '/Elapsed \(wall clock\)/ { n = split($2, t, ":"); s = 0;
-    for (i = 1; i <= n; i++) s = s * 60 + t[i]; printf "%.1f", s }' "$OUT/$1.time"; }
-rss() { awk -F': ' '/Maximum resident/ { printf "%.0f", $2 / 1024 }' "$OUT/$1.time"; }
 noise() {
     "$PY" "$PEERS/score.py" --synth "$BUILD/astrivelle-synth" --truth "$DATA/truth.json" \
         --out "$OUT/$1.quality.json" --image "$2" --keys noise >/dev/null 2>&1 || true

@@ -116,54 +116,58 @@ double ContraHarmonic(const double* w, int count, double p) {
 
 bool plainMorphology = false; // a test's switch to the gathered windows everywhere
 
-/// Morphological edges: the truncated mean of each 3 x 3 window (into `scratch`), then the
-/// smaller of its rise above the 5 x 5 window's minimum and its fall below the maximum. Where
-/// a window lies inside the plane and the plane holds no -1.0 mark (nor a NaN, which the order
-/// of comparisons would let through), it is read straight from
-/// the rows: the same sum in the same order and the same extremes (from the 5-row column
-/// extremes) as the window gathered with mirrored borders, which the border pixels keep.
-void MorphologicalEdges(const float* prev, float* cur, float* scratch, int w, int hgt, double top,
+/// The inside of an inner row of the morphological edges, x from 2 to w - 3: the truncated
+/// 3 x 3 mean from rows r0..r2 (summed in the window's order, each lane on its own) and the
+/// 5 x 5 extremes from the 5-row column extremes, as the unscaled edge. Cloned for the wider
+/// vector units: the arithmetic is the same in every lane.
+__attribute__((target_clones("avx512f", "avx2", "default"))) void
+MorphologicalInnerRow(const float* r0, const float* r1, const float* r2, const float* colLo,
+                      const float* colHi, int w, double top, float* edge) {
+    for (int x = 2; x < w - 2; ++x) {
+        double sum = r0[x - 1];
+        sum += r0[x];
+        sum += r0[x + 1];
+        sum += r1[x - 1];
+        sum += r1[x];
+        sum += r1[x + 1];
+        sum += r2[x - 1];
+        sum += r2[x];
+        sum += r2[x + 1];
+        double mean = static_cast<double>(static_cast<int>(sum / 9));
+        mean = mean < 0.0 ? 0.0 : (mean > top ? top : mean);
+        const float c = static_cast<float>(mean);
+        float l = colLo[x - 2], h = colHi[x - 2];
+        for (int dx = -1; dx <= 2; ++dx) {
+            l = std::min(l, colLo[x + dx]);
+            h = std::max(h, colHi[x + dx]);
+        }
+        const double lo = std::min(top, static_cast<double>(l));
+        const double hi = std::max(0.0, static_cast<double>(h));
+        edge[x] = std::min(c - static_cast<float>(lo), static_cast<float>(hi) - c);
+    }
+}
+
+/// Morphological edges: the truncated mean of each 3 x 3 window, then the smaller of its rise
+/// above the 5 x 5 window's minimum and its fall below the maximum. Where a window lies inside
+/// the plane and the plane holds no -1.0 mark (nor a NaN, which the order of comparisons would
+/// let through), it is read straight from the rows: the same sum in the same order and the
+/// same extremes (from the 5-row column extremes) as the window gathered with mirrored
+/// borders, which the border pixels keep. One pass: each mean is taken where it is used.
+void MorphologicalEdges(const float* prev, float* cur, int w, int hgt, double top,
                         const EdgeEnd& end) {
     const std::size_t n = static_cast<std::size_t>(w) * hgt;
     const bool marks = plainMorphology || std::any_of(prev, prev + n, [](float v) {
                            return v == -1.0f || std::isnan(v);
                        });
     const auto at = [&](int x, int y) { return prev[static_cast<long>(y) * w + x]; };
-    // Pass 1: the truncated mean of the 3 x 3 window.
-    ParallelRows(hgt, [&](int y0, int y1) {
-        double win[9];
-        for (int y = y0; y < y1; ++y) {
-            const bool innerRow = !marks && y >= 1 && y < hgt - 1;
-            for (int x = 0; x < w; ++x) {
-                double sum = 0.0;
-                int count = 0;
-                if (innerRow && x >= 1 && x < w - 1) {
-                    for (int dy = -1; dy <= 1; ++dy)
-                        for (int dx = -1; dx <= 1; ++dx)
-                            sum += at(x + dx, y + dy);
-                    count = 9;
-                } else {
-                    GatherMirror(prev, w, hgt, x, y, 1, win);
-                    for (double v : win)
-                        if (Valid(v)) {
-                            sum += v;
-                            ++count;
-                        }
-                }
-                const double mean =
-                    count ? static_cast<double>(static_cast<int>(sum / count)) : 0.0;
-                scratch[static_cast<long>(y) * w + x] =
-                    static_cast<float>(Image::ClampValue(mean, 0.0, top));
-            }
-        }
-    });
-    // Pass 2: the 5 x 5 window of the previous plane about the smoothed centre.
     ParallelRows(hgt, [&](int y0, int y1) {
         double win[25];
-        std::vector<float> colLo(static_cast<std::size_t>(w)), colHi(colLo.size());
+        std::vector<float> colLo(static_cast<std::size_t>(w)), colHi(colLo.size()),
+            edge(colLo.size());
         for (int y = y0; y < y1; ++y) {
-            const bool innerRow = !marks && y >= 2 && y < hgt - 2;
-            if (innerRow)
+            const bool meanRow = !marks && y >= 1 && y < hgt - 1;
+            const bool extremeRow = !marks && y >= 2 && y < hgt - 2;
+            if (extremeRow) {
                 for (int x = 0; x < w; ++x) {
                     float lo = at(x, y - 2), hi = lo;
                     for (int dy = -1; dy <= 2; ++dy) {
@@ -173,9 +177,37 @@ void MorphologicalEdges(const float* prev, float* cur, float* scratch, int w, in
                     colLo[static_cast<std::size_t>(x)] = lo;
                     colHi[static_cast<std::size_t>(x)] = hi;
                 }
+                const float* r1 = prev + static_cast<long>(y) * w;
+                MorphologicalInnerRow(r1 - w, r1, r1 + w, colLo.data(), colHi.data(), w, top,
+                                      edge.data());
+                for (int x = 2; x < w - 2; ++x)
+                    cur[static_cast<long>(y) * w + x] = end(edge[static_cast<std::size_t>(x)]);
+            }
             for (int x = 0; x < w; ++x) {
+                if (extremeRow && x >= 2 && x < w - 2)
+                    continue; // the inside is done
+                // The truncated mean of the 3 x 3 window.
+                double sum = 0.0;
+                int count = 0;
+                if (meanRow && x >= 1 && x < w - 1) {
+                    for (int dy = -1; dy <= 1; ++dy)
+                        for (int dx = -1; dx <= 1; ++dx)
+                            sum += at(x + dx, y + dy);
+                    count = 9;
+                } else {
+                    GatherMirror(prev, w, hgt, x, y, 1, win);
+                    for (int j = 0; j < 9; ++j)
+                        if (Valid(win[j])) {
+                            sum += win[j];
+                            ++count;
+                        }
+                }
+                const double mean =
+                    count ? static_cast<double>(static_cast<int>(sum / count)) : 0.0;
+                const float c = static_cast<float>(Image::ClampValue(mean, 0.0, top));
+                // The extremes of the 5 x 5 window.
                 double lo = top, hi = 0.0;
-                if (innerRow && x >= 2 && x < w - 2) {
+                if (extremeRow && x >= 2 && x < w - 2) {
                     float l = colLo[static_cast<std::size_t>(x - 2)];
                     float h = colHi[static_cast<std::size_t>(x - 2)];
                     for (int dx = -1; dx <= 2; ++dx) {
@@ -192,9 +224,8 @@ void MorphologicalEdges(const float* prev, float* cur, float* scratch, int w, in
                             hi = std::max(hi, v);
                         }
                 }
-                const long i = static_cast<long>(y) * w + x;
-                const float c = scratch[i];
-                cur[i] = end(std::min(c - static_cast<float>(lo), static_cast<float>(hi) - c));
+                cur[static_cast<long>(y) * w + x] =
+                    end(std::min(c - static_cast<float>(lo), static_cast<float>(hi) - c));
             }
         }
     });
@@ -312,12 +343,6 @@ bool Image::EdgeExtract(bool pending, float* prev, float* cur, int type, bool bi
     if (!prev || !cur)
         return false;
     const int w = width, hgt = height;
-    float* scratch = nullptr;
-    if (type == EdgeMorphological) {
-        scratch = AllocPlane(static_cast<std::size_t>(w) * hgt);
-        if (!scratch)
-            return false;
-    }
     if (!pending)
         CopyPlane(prev, cur);
     const EdgeEnd end{binarize, static_cast<double>(threshold), scale,
@@ -338,8 +363,7 @@ bool Image::EdgeExtract(bool pending, float* prev, float* cur, int type, bool bi
         });
         break;
     case EdgeMorphological:
-        MorphologicalEdges(prev, cur, scratch, w, hgt, top, end);
-        PageFree(scratch);
+        MorphologicalEdges(prev, cur, w, hgt, top, end);
         break;
     case EdgeDeriche:
         return DericheEdges(*this, prev, cur, edgeWidth, end);
