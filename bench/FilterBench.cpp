@@ -67,13 +67,20 @@ void Smooth(benchmark::State& state, int type, int half, int w, int h) {
     state.SetItemsProcessed(state.iterations() * int64_t(w) * h);
 }
 
-void OpenCvSeparable(benchmark::State& state, int half) {
+/// Runs `fn(src, dst)` once an iteration on the frame's planes seen as OpenCV matrices.
+template <class Fn> void OnOpenCvPlanes(benchmark::State& state, Fn fn) {
     Image& img = SkyPlane(kWidth, kHeight);
     cv::Mat src(kHeight, kWidth, CV_32F, Prev(img)), dst(kHeight, kWidth, CV_32F, Cur(img));
-    const cv::Mat k = GaussKernel(half);
     for (auto _ : state)
-        cv::sepFilter2D(src, dst, CV_32F, k, k, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
+        fn(src, dst);
     state.SetItemsProcessed(state.iterations() * int64_t(kWidth) * kHeight);
+}
+
+void OpenCvSeparable(benchmark::State& state, int half) {
+    const cv::Mat k = GaussKernel(half);
+    OnOpenCvPlanes(state, [&](const cv::Mat& src, cv::Mat& dst) {
+        cv::sepFilter2D(src, dst, CV_32F, k, k, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
+    });
 }
 
 void Gaussian101(benchmark::State& state) {
@@ -86,29 +93,22 @@ void Box999(benchmark::State& state) {
     Smooth(state, 1, 499, kWidth, kHeight);
 }
 void OpenCvBoxFilter999(benchmark::State& state) {
-    Image& img = SkyPlane(kWidth, kHeight);
-    cv::Mat src(kHeight, kWidth, CV_32F, Prev(img)), dst(kHeight, kWidth, CV_32F, Cur(img));
-    for (auto _ : state)
+    OnOpenCvPlanes(state, [](const cv::Mat& src, cv::Mat& dst) {
         cv::boxFilter(src, dst, CV_32F, cv::Size(999, 999), cv::Point(-1, -1), true,
                       cv::BORDER_REPLICATE);
-    state.SetItemsProcessed(state.iterations() * int64_t(kWidth) * kHeight);
+    });
 }
-
-// Rank filters at 51x51 on 4000x3000: ours on the whole plane; the oracle on 24 rows.
-constexpr int kRankW = 4000, kRankH = 3000, kOracleRows = 24;
 
 /// The 5 x 5 median of the whole frame (the star search's filter), beside OpenCV's.
 void Median5(benchmark::State& state) {
     Smooth(state, 6, 2, kWidth, kHeight);
 }
-
 void OpenCvMedian5(benchmark::State& state) {
-    Image& img = SkyPlane(kWidth, kHeight);
-    cv::Mat src(kHeight, kWidth, CV_32F, Prev(img)), dst(kHeight, kWidth, CV_32F, Cur(img));
-    for (auto _ : state)
-        cv::medianBlur(src, dst, 5);
-    state.SetItemsProcessed(state.iterations() * int64_t(kWidth) * kHeight);
+    OnOpenCvPlanes(state, [](const cv::Mat& src, cv::Mat& dst) { cv::medianBlur(src, dst, 5); });
 }
+
+// Rank filters at 51x51 on 4000x3000: ours on the whole plane; the oracle on 24 rows.
+constexpr int kRankW = 4000, kRankH = 3000, kOracleRows = 24;
 
 void Rank(benchmark::State& state) {
     Smooth(state, static_cast<int>(state.range(0)), 25, kRankW, kRankH);
