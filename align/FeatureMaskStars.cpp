@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <vector>
 
@@ -193,14 +192,10 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
         return fail("Feature Mask: argument out of range");
     const std::size_t n = static_cast<std::size_t>(width) * height;
     std::vector<float> residual, tmp, matched;
-    std::vector<std::uint8_t> core;
-    std::vector<float> score;
     try {
         residual.resize(n);
         tmp.resize(n);
         matched.resize(n);
-        core.resize(n);
-        score.resize(n);
     } catch (...) {
         return fail("Feature Mask: no memory");
     }
@@ -245,6 +240,9 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
         [&](int x, int) { return x + 1 < width; }, RobustSigma);
 
     // 3. Star cores, scored by their significance: the height above the ring over its noise.
+    // The scores go into `tmp`, free by now: a core's is at least minScore >= 0, others -1.
+    float* score = tmp.data();
+    std::fill(score, score + n, -1.0f);
     const double minScore = p.threshold / kFeatureMaskLevelsPerSigma;
     const auto S = [&](int x, int y) { return sp[static_cast<std::size_t>(y) * width + x]; };
     const auto M = [&](int x, int y) { return mp[static_cast<std::size_t>(y) * width + x]; };
@@ -295,7 +293,6 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
                 const double peak = M(x, y) - level.At(x, y);
                 if (RingMean(mp, width, x, y, ring) - level.At(x, y) >= (1.0 - p.factor) * peak)
                     continue;
-                core[static_cast<std::size_t>(y) * width + x] = 1;
                 score[static_cast<std::size_t>(y) * width + x] = static_cast<float>(z);
             }
     });
@@ -303,7 +300,7 @@ bool FeatureMaskStars(const float* src, float* dst, int width, int height,
     // 6. Spots, graded by the rank of their score: level 65535 * 2^(-rank / K).
     std::vector<std::pair<float, std::size_t>> ranked;
     for (std::size_t i = 0; i < n; ++i)
-        if (core[i])
+        if (score[i] >= 0.0f)
             ranked.push_back({score[i], i});
     std::stable_sort(ranked.begin(), ranked.end(),
                      [](const auto& a, const auto& b) { return a.first > b.first; });
